@@ -1,0 +1,35 @@
+// The worker's entry: settings, log folder, logging, the parent watcher,
+// start-up, then the main thread waits until the parent has gone.
+#include "zeb_logging.h"
+#include "zeb_parent_watcher.h"
+#include "zeb_quit.h"
+#include "zeb_settings.h"
+#include "zeb_startup.h"
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    zeb::setSettings(zeb::parseSettings(args));
+    const zeb::Settings& settings = zeb::settings();
+
+    std::error_code error;
+    std::filesystem::create_directories(settings.logDir, error);
+
+    if (settings.logEnabled) zeb::startLogging(settings.logDir, settings.consoleEnabled);
+    // Without the console flag the developer's prints go nowhere.
+    if (!settings.consoleEnabled) (void)freopen("/dev/null", "w", stdout);
+
+    // A parent that vanishes mid-send must not kill us with SIGPIPE.
+    signal(SIGPIPE, SIG_IGN);
+
+    zeb::startParentWatcher(settings.parentPid);
+    zeb::startUp();
+    zeb::waitForQuit();
+    zeb::shutDown();
+    return 0;
+}

@@ -1,0 +1,131 @@
+#include "zeb_client.h"
+
+#include "zeb_command_table.h"
+#include "zeb_module.h"
+#include "zeb_quit.h"
+#include "zeb_settings.h"
+#include "zeb_thread_pool.h"
+#include "zeb_zlib_buffer.h"
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace zeb {
+
+namespace {
+std::atomic<int> helperPortValue{0};
+}
+
+int helperPort() { return helperPortValue.load(); }
+
+void runCommandPacket(IPCPacket1* packet, bool fromHelper) {
+    if (ZEBModule* module = findModule(packet->commandType)) {
+        if (fromHelper)
+            module->executeFromHelper(packet);
+        else
+            module->execute(packet);
+    }
+    bas::freePacket(packet);
+}
+
+}  // namespace zeb
+
+ZEBClient* ZEBClient::instance() {
+    static ZEBClient* client = new ZEBClient;  // lives until the process ends
+    return client;
+}
+
+bool ZEBClient::connectToParent() {
+    commandChannel.setPacketHandler(&ZEBClient::onCommandPacket);
+    const int port = zeb::settings().parentPort;
+    if (port == 0) return false;
+    bas::SocketRecord* record = commandChannel.connect(port);
+    for (int attempt = 0; !record && attempt < 10; ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(connectRetryDelay));
+        record = commandChannel.connect(port);
+    }
+    if (!record) return false;
+    record->accepted = 0;
+    return true;
+}
+
+bool ZEBClient::startHelperListener() {
+    helperChannel.setPacketHandler(&ZEBClient::onHelperPacket);
+    helperChannel.setEventCallback(&ZEBClient::onHelperEvent);
+    int port = bas::IPCChannel::freePort();
+    zeb::helperPortValue = port;
+    return helperChannel.listen(port) != nullptr;
+}
+
+bool ZEBClient::helperMissing() { return zeb::helperPort() == 0 || helperChannel.socketCount() == 0; }
+
+void ZEBClient::onCommandPacket(IPCPacket1* packet) {
+    if (zeb::quitting()) return;  // the process is ending; the memory goes with it
+    BASThreadPool::instance()->addTask([packet] { zeb::runCommandPacket(packet, false); });
+}
+
+void ZEBClient::onHelperPacket(IPCPacket1* packet) {
+    if (zeb::quitting()) return;
+    BASThreadPool::instance()->addTask([packet] { zeb::runCommandPacket(packet, true); });
+}
+
+int ZEBClient::onHelperEvent(bas::ChannelEvent* event) {
+    if (event->type != bas::kAccepted) return 0;
+    ZEBClient* client = instance();
+    std::deque<IPCPacket1*> waiting;
+    {
+        std::lock_guard<std::mutex> hold(client->sendLock);
+        waiting.swap(client->pendingCommands);
+    }
+    for (IPCPacket1* packet : waiting) onCommandPacket(packet);
+    return 0;
+}
+
+void ZEBClient::buildEvent(const EventEnvelope& envelope, std::string& out) {
+    out = zeb::buildEventText(envelope);
+    if (envelope.tailLength == 0) return;
+    if (envelope.type == 0) {
+        std::string compressed;
+        bas::compressBuffer(compressed, envelope.tail, envelope.tailLength);
+        out += compressed;
+    } else {
+        out.append(static_cast<const char*>(envelope.tail), envelope.tailLength);
+    }
+}
+
+int ZEBClient::sendEvent(const EventEnvelope& envelope, IPCPacket1* packet) {
+    const std::string text = zeb::buildEventText(envelope);
+    const void* tail = envelope.tail;
+    uint64_t tailLength = envelope.tailLength;
+    std::string compressed;
+    if (envelope.type == 0 && tailLength != 0) {
+        // A failure leaves what was compressed so far; the event still goes.
+        bas::compressBuffer(compressed, tail, tailLength);
+        tail = compressed.data();
+        tailLength = compressed.size();
+    }
+
+    std::lock_guard<std::mutex> hold(sendLock);
+    auto sockets = commandChannel.socketsSnapshot();
+    if (sockets.empty()) return -1;
+    for (bas::SocketRecord* socket : sockets) {
+        if (socket->accepted != 0) continue;
+        packet->socket = socket;
+        packet->data = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
+        packet->length = (tailLength << 32) | (text.size() & 0xFFFFFFFFu);
+        commandChannel.sendTextPacket(packet);
+        if (tailLength != 0) commandChannel.send(socket, tail, tailLength);
+    }
+    packet->data = nullptr;
+    return 0;
+}
+
+void ZEBClient::sendToHelper(bas::IPCPacketChannel& channel, IPCPacket1* packet) {
+    std::lock_guard<std::mutex> hold(sendLock);
+    for (bas::SocketRecord* socket : channel.socketsSnapshot()) {
+        if (socket->accepted != 1) continue;
+        packet->socket = socket;
+        channel.sendPacket(packet);
+    }
+}

@@ -1,0 +1,56 @@
+// ZEBClient: the process's one link to the parent. Every command enters
+// here and becomes a pool task; every event leaves through sendEvent.
+#pragma once
+
+#include "zeb_event.h"
+#include "zeb_ipc_packet_channel.h"
+
+#include <deque>
+#include <mutex>
+#include <string>
+
+class ZEBClient {
+public:
+    static ZEBClient* instance();
+
+    // Connects the command channel to the parent: 11 attempts a second
+    // apart; none at all when the parent's port is 0.
+    bool connectToParent();
+    bool startHelperListener();
+    bool helperMissing();
+
+    // 0, or -1 when there is no connection. `packet` brings taskId,
+    // commandType and packetStatus; the rest is filled in here.
+    int sendEvent(const EventEnvelope& envelope, IPCPacket1* packet);
+    // The event text with its tail (compressed when type 0) in one string.
+    static void buildEvent(const EventEnvelope& envelope, std::string& out);
+    void sendToHelper(bas::IPCPacketChannel& channel, IPCPacket1* packet);
+
+    bas::IPCPacketChannel& commands() { return commandChannel; }
+    bas::IPCPacketChannel& helper() { return helperChannel; }
+    std::mutex& sendMutex() { return sendLock; }
+    std::deque<IPCPacket1*>& pending() { return pendingCommands; }
+
+    static void onCommandPacket(IPCPacket1* packet);
+    static void onHelperPacket(IPCPacket1* packet);
+    static int onHelperEvent(bas::ChannelEvent* event);
+
+    // Tests shorten the retry delay of connectToParent.
+    void setConnectRetryDelay(int milliseconds) { connectRetryDelay = milliseconds; }
+
+private:
+    ZEBClient() = default;
+
+    bas::IPCPacketChannel commandChannel;
+    bas::IPCPacketChannel helperChannel;
+    std::deque<IPCPacket1*> pendingCommands;
+    std::mutex sendLock;
+    int connectRetryDelay = 1000;
+};
+
+namespace zeb {
+// The port of the helper channel, as freePort gave it.
+int helperPort();
+// Runs one packet on the current thread: module lookup, execute, free.
+void runCommandPacket(IPCPacket1* packet, bool fromHelper);
+}  // namespace zeb

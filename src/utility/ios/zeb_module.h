@@ -1,0 +1,36 @@
+// ZEBModule: the base of every module. One object serves all its command
+// numbers for all devices on all pool threads, so it keeps no per-command
+// state.
+#pragma once
+
+#include "zeb_packet.h"
+
+#include <cstdint>
+#include <list>
+#include <mutex>
+
+class ZEBModule {
+public:
+    using Callback = void (*)(void* argument, void* callbackData, int flag, void* argument2);
+
+    virtual ~ZEBModule() = default;
+    virtual int notifyBegin(void* argument);
+    // Runs one command. The packet belongs to the pool task that called.
+    virtual int execute(IPCPacket1* packet);
+    virtual int reserved() { return 0; }
+    virtual int executeFromHelper(IPCPacket1* packet) { return 0; }
+    // The command's one final answer: stage 0, and a packetStatus derived
+    // from the code (0 success, 6 cancelled, anything else an error).
+    int report(const IPCPacket1* packet, const char* uuid, int64_t code, const char* info);
+
+protected:
+    std::list<void*> items;
+    uint64_t itemCount = 0;
+    Callback callback = nullptr;
+    void* callbackData = nullptr;
+    std::mutex lock;
+};
+
+namespace zeb {
+uint16_t packetStatusForCode(int64_t code);
+}
