@@ -1,0 +1,138 @@
+#include "zeb_parent_frame.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <zlib.h>
+
+#include <cstring>
+
+namespace zparent {
+
+namespace {
+
+template <typename T>
+void putLittleEndian(std::string& out, T value) {
+    for (size_t i = 0; i < sizeof(T); ++i) out.push_back(static_cast<char>((static_cast<uint64_t>(value) >> (8 * i)) & 0xFF));
+}
+
+std::string deflateText(const std::string& text) {
+    uLongf size = compressBound(text.size());
+    std::string out(size, '\0');
+    compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(), 9);
+    out.resize(size);
+    return out;
+}
+
+bool inflateAll(const std::string& in, std::string& out) {
+    z_stream stream{};
+    if (inflateInit(&stream) != Z_OK) return false;
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
+    stream.avail_in = static_cast<uInt>(in.size());
+    int result = Z_OK;
+    char block[16384];
+    while (result == Z_OK) {
+        stream.next_out = reinterpret_cast<Bytef*>(block);
+        stream.avail_out = sizeof block;
+        result = inflate(&stream, Z_NO_FLUSH);
+        out.append(block, sizeof block - stream.avail_out);
+    }
+    inflateEnd(&stream);
+    return result == Z_STREAM_END;
+}
+
+std::string toJson(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return buffer.GetString();
+}
+
+}  // namespace
+
+std::string encodeFrame(const Frame& frame) {
+    std::string out = "kCommand";
+    out.append("\x01\x02\x03\x04\x05\x06", 6);
+    putLittleEndian(out, frame.taskId);
+    putLittleEndian(out, frame.commandType);
+    putLittleEndian(out, frame.packetStatus);
+    putLittleEndian(out, static_cast<uint64_t>(frame.payload.size()));
+    out += frame.payload;
+    return out;
+}
+
+std::string encodeCommand(uint64_t taskId, uint32_t commandType, const std::string& json,
+                          const std::optional<std::string>& tailJson, uint16_t packetStatus) {
+    Frame frame;
+    frame.taskId = taskId;
+    frame.commandType = commandType;
+    frame.packetStatus = packetStatus;
+    frame.payload = "1";
+    frame.payload.push_back('\0');
+    frame.payload += json;
+    frame.payload.push_back('\0');
+    if (tailJson) frame.payload += deflateText(*tailJson);
+    return encodeFrame(frame);
+}
+
+bool parseEvent(Frame frame, Event& event) {
+    const std::string& payload = frame.payload;
+    size_t firstNul = payload.find('\0');
+    if (firstNul == std::string::npos) return false;
+    size_t secondNul = payload.find('\0', firstNul + 1);
+    if (secondNul == std::string::npos) return false;
+    event.version = payload.substr(0, firstNul);
+    event.envelope = payload.substr(firstNul + 1, secondNul - firstNul - 1);
+
+    rapidjson::Document document;
+    document.Parse(event.envelope.c_str(), event.envelope.size());
+    if (document.HasParseError() || !document.IsObject()) return false;
+    auto integer = [&](const char* key) -> int64_t {
+        auto found = document.FindMember(key);
+        return found != document.MemberEnd() && found->value.IsInt64() ? found->value.GetInt64() : 0;
+    };
+    event.stage = integer("stage");
+    event.code = integer("code");
+    event.type = integer("type");
+    auto uuid = document.FindMember("uuid");
+    if (uuid != document.MemberEnd() && uuid->value.IsString()) event.uuid = uuid->value.GetString();
+    auto info = document.FindMember("info");
+    event.hasInfo = info != document.MemberEnd();
+    if (event.hasInfo) event.info = toJson(info->value);
+
+    std::string rawTail = payload.substr(secondNul + 1);
+    if (event.type == 0 && !rawTail.empty()) {
+        event.tailBroken = !inflateAll(rawTail, event.tail);
+    } else {
+        event.tail = std::move(rawTail);
+    }
+    event.frame = std::move(frame);
+    return true;
+}
+
+std::string describeEvent(const Event& event) {
+    rapidjson::Document line(rapidjson::kObjectType);
+    auto& a = line.GetAllocator();
+    line.AddMember("taskId", event.frame.taskId, a);
+    line.AddMember("commandType", event.frame.commandType, a);
+    line.AddMember("packetStatus", event.frame.packetStatus, a);
+    rapidjson::Document envelope;
+    envelope.Parse(event.envelope.c_str(), event.envelope.size());
+    rapidjson::Value envelopeValue;
+    envelopeValue.CopyFrom(envelope, a);
+    line.AddMember("event", envelopeValue, a);
+    if (!event.tail.empty()) {
+        rapidjson::Document tail;
+        tail.Parse(event.tail.c_str(), event.tail.size());
+        if (event.type == 0 && !event.tailBroken && !tail.HasParseError()) {
+            rapidjson::Value tailValue;
+            tailValue.CopyFrom(tail, a);
+            line.AddMember("tail", tailValue, a);
+        } else {
+            line.AddMember("tailBytes", static_cast<uint64_t>(event.tail.size()), a);
+        }
+    }
+    return toJson(line);
+}
+
+}  // namespace zparent

@@ -1,0 +1,221 @@
+#include "zeb_parent_link.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace zparent {
+
+namespace {
+
+constexpr size_t kHeaderSize = 36;
+const char kHeart[8] = {0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16};
+
+int msUntil(std::chrono::steady_clock::time_point deadline) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    return left < 0 ? 0 : static_cast<int>(left);
+}
+
+uint64_t readLittleEndian(const char* bytes, size_t size) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < size; ++i) value |= static_cast<uint64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    return value;
+}
+
+}  // namespace
+
+std::vector<std::string> workerArguments(const WorkerOptions& options, int port) {
+    std::vector<std::string> args = {
+        std::to_string(port),
+        std::to_string(options.parentPid ? options.parentPid : getpid()),
+        options.console ? "1" : "0",
+        options.testModule ? "1" : "0",
+        options.log ? "1" : "0",
+        options.productVersion,
+        options.logFolderName,
+        options.productName,
+        std::to_string(options.runMode),
+        "0",  // position 9 is never read
+    };
+    if (options.runMode == 1) args.push_back(std::to_string(options.taskId));
+    return args;
+}
+
+bool isFinalReport(const Event& event) {
+    if (event.stage != 0) return false;
+    uint16_t status = event.frame.packetStatus;
+    return status == 1 || status == 5 || status == 6;
+}
+
+ParentLink::~ParentLink() {
+    if (worker > 0) stopWorker();
+    closeConnection();
+    if (listener >= 0) close(listener);
+}
+
+bool ParentLink::listen() {
+    listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (listener < 0) return false;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(listener, 4) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return false;
+    listenPort = ntohs(address.sin_port);
+    return true;
+}
+
+pid_t ParentLink::startWorker(const WorkerOptions& options) {
+    std::vector<std::string> args = workerArguments(options, options.port >= 0 ? options.port : listenPort);
+    args.insert(args.begin(), options.program);
+    pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
+        if (!options.outputFile.empty()) {
+            int out = open(options.outputFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+            if (out >= 0) {
+                dup2(out, 1);
+                dup2(out, 2);
+                close(out);
+            }
+        }
+        std::vector<char*> argv;
+        for (auto& arg : args) argv.push_back(arg.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        fprintf(stderr, "cannot start the worker %s: %s\n", argv[0], strerror(errno));
+        _exit(127);
+    }
+    worker = child;
+    return child;
+}
+
+bool ParentLink::acceptWorker(std::chrono::milliseconds timeout) {
+    pollfd waiting{listener, POLLIN, 0};
+    if (poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) return false;
+    connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    linkClosed = connection < 0;
+    return connection >= 0;
+}
+
+bool ParentLink::send(const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        ssize_t sent = ::send(connection, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (sent < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        done += static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+bool ParentLink::sendCommand(uint64_t taskId, uint32_t commandType, const std::string& json,
+                             const std::optional<std::string>& tailJson, uint16_t packetStatus) {
+    return send(encodeCommand(taskId, commandType, json, tailJson, packetStatus));
+}
+
+bool ParentLink::fill(std::chrono::steady_clock::time_point deadline) {
+    if (connection < 0 || linkClosed) return false;
+    pollfd waiting{connection, POLLIN, 0};
+    int ready = poll(&waiting, 1, msUntil(deadline));
+    if (ready <= 0) return false;
+    char block[65536];
+    ssize_t got = recv(connection, block, sizeof block, 0);
+    if (got <= 0) {
+        linkClosed = true;
+        return false;
+    }
+    buffer.append(block, static_cast<size_t>(got));
+    return true;
+}
+
+std::optional<Frame> ParentLink::nextFrame(std::chrono::milliseconds timeout) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        // The worker's keep-alive arrives between frames; it carries nothing.
+        while (buffer.size() >= sizeof kHeart && memcmp(buffer.data(), kHeart, sizeof kHeart) == 0) buffer.erase(0, sizeof kHeart);
+        if (buffer.size() >= kHeaderSize) {
+            uint64_t payloadLength = readLittleEndian(buffer.data() + 28, 8);
+            if (buffer.size() >= kHeaderSize + payloadLength) {
+                Frame frame;
+                frame.taskId = readLittleEndian(buffer.data() + 14, 8);
+                frame.commandType = static_cast<uint32_t>(readLittleEndian(buffer.data() + 22, 4));
+                frame.packetStatus = static_cast<uint16_t>(readLittleEndian(buffer.data() + 26, 2));
+                frame.payload = buffer.substr(kHeaderSize, payloadLength);
+                buffer.erase(0, kHeaderSize + payloadLength);
+                return frame;
+            }
+        }
+        if (!fill(deadline)) return std::nullopt;
+    }
+}
+
+std::optional<Event> ParentLink::nextEvent(std::chrono::milliseconds timeout) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        auto frame = nextFrame(std::chrono::milliseconds(msUntil(deadline)));
+        if (!frame) return std::nullopt;
+        Event event;
+        if (parseEvent(std::move(*frame), event)) return event;
+    }
+}
+
+std::vector<Event> ParentLink::collectUntilReport(uint64_t taskId, std::chrono::milliseconds timeout) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::vector<Event> events;
+    for (;;) {
+        auto event = nextEvent(std::chrono::milliseconds(msUntil(deadline)));
+        if (!event) return {};
+        bool last = event->frame.taskId == taskId && isFinalReport(*event);
+        events.push_back(std::move(*event));
+        if (last) return events;
+    }
+}
+
+bool ParentLink::waitWorkerExit(std::chrono::milliseconds timeout, int* status) {
+    if (worker <= 0) return true;
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        int result = 0;
+        pid_t done = waitpid(worker, &result, WNOHANG);
+        if (done == worker || (done < 0 && errno == ECHILD)) {
+            if (status) *status = result;
+            worker = -1;
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+int ParentLink::stopWorker(std::chrono::milliseconds grace) {
+    if (worker <= 0) return 0;
+    int status = 0;
+    kill(worker, SIGTERM);
+    if (!waitWorkerExit(grace, &status)) {
+        kill(worker, SIGKILL);
+        waitWorkerExit(std::chrono::milliseconds(5000), &status);
+    }
+    return status;
+}
+
+void ParentLink::closeConnection() {
+    if (connection >= 0) close(connection);
+    connection = -1;
+}
+
+}  // namespace zparent

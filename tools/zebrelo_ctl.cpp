@@ -1,0 +1,170 @@
+// zebrelo-ctl: the reference parent. It starts the worker as a parent
+// would and turns commands and events into a command-line tool.
+#include "zeb_parent_link.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+void usage() {
+    fprintf(stderr,
+            "usage: zebrelo-ctl [options] [watch]\n"
+            "       zebrelo-ctl [options] raw <command-number> '<json>' ['<tail-json>']\n"
+            "\n"
+            "  watch   start the worker and print every event as one JSON line until\n"
+            "          interrupted or the worker ends\n"
+            "  raw     send one command and print what comes back until its final\n"
+            "          report or the time-out\n"
+            "\n"
+            "options:\n"
+            "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
+            "  --usbmuxd PATH   reach devices through the usbmuxd socket at PATH\n"
+            "  --timeout SEC    how long raw waits for the final report (default 15)\n"
+            "  --log            ask the worker to keep its log folder\n"
+            "  --console        let the worker print to this terminal\n");
+}
+
+std::string defaultWorker() {
+    std::error_code error;
+    auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? "zebrelo" : (self.parent_path() / "zebrelo").string();
+}
+
+struct Options {
+    zparent::WorkerOptions worker;
+    int timeoutSeconds = 15;
+    std::vector<std::string> words;
+};
+
+bool parseOptions(int argc, char** argv, Options& options) {
+    options.worker.program = defaultWorker();
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : nullptr; };
+        if (arg == "--worker") {
+            const char* path = value();
+            if (!path) return false;
+            options.worker.program = path;
+        } else if (arg == "--usbmuxd") {
+            const char* path = value();
+            if (!path) return false;
+            options.worker.environment["USBMUXD_SOCKET_ADDRESS"] = std::string("UNIX:") + path;
+        } else if (arg == "--timeout") {
+            const char* seconds = value();
+            if (!seconds) return false;
+            options.timeoutSeconds = atoi(seconds);
+        } else if (arg == "--log") {
+            options.worker.log = true;
+        } else if (arg == "--console") {
+            options.worker.console = true;
+        } else if (arg == "-h" || arg == "--help") {
+            return false;
+        } else {
+            options.words.push_back(arg);
+        }
+    }
+    return true;
+}
+
+// Starts the worker and waits for its connection; prints what failed.
+bool bringUpLink(zparent::ParentLink& link, const Options& options) {
+    if (!link.listen()) {
+        fprintf(stderr, "zebrelo-ctl: cannot listen on a loopback port: %s\n", strerror(errno));
+        return false;
+    }
+    if (access(options.worker.program.c_str(), X_OK) != 0) {
+        fprintf(stderr, "zebrelo-ctl: the worker %s is not an executable file\n", options.worker.program.c_str());
+        return false;
+    }
+    pid_t pid = link.startWorker(options.worker);
+    if (pid < 0 || !link.acceptWorker(std::chrono::seconds(15))) {
+        fprintf(stderr, "zebrelo-ctl: the worker %s did not connect to port %d\n", options.worker.program.c_str(), link.port());
+        return false;
+    }
+    fprintf(stderr, "zebrelo-ctl: link up: worker pid %d connected to port %d\n", pid, link.port());
+    return true;
+}
+
+int watch(zparent::ParentLink& link) {
+    while (!interrupted) {
+        auto event = link.nextEvent(std::chrono::milliseconds(500));
+        if (event) {
+            printf("%s\n", zparent::describeEvent(*event).c_str());
+            fflush(stdout);
+        } else if (link.closed()) {
+            fprintf(stderr, "zebrelo-ctl: the worker closed the link\n");
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int raw(zparent::ParentLink& link, const Options& options) {
+    if (options.words.size() < 3) {
+        usage();
+        return 2;
+    }
+    char* end = nullptr;
+    unsigned long number = strtoul(options.words[1].c_str(), &end, 10);
+    if (*end != '\0') {
+        fprintf(stderr, "zebrelo-ctl: '%s' is not a command number\n", options.words[1].c_str());
+        return 2;
+    }
+    std::optional<std::string> tail;
+    if (options.words.size() > 3) tail = options.words[3];
+    const uint64_t taskId = 1;
+    if (!link.sendCommand(taskId, static_cast<uint32_t>(number), options.words[2], tail)) {
+        fprintf(stderr, "zebrelo-ctl: sending the command failed\n");
+        return 1;
+    }
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeoutSeconds);
+    while (!interrupted && std::chrono::steady_clock::now() < deadline) {
+        auto event = link.nextEvent(std::chrono::milliseconds(250));
+        if (!event) {
+            if (link.closed()) {
+                fprintf(stderr, "zebrelo-ctl: the worker closed the link\n");
+                return 1;
+            }
+            continue;
+        }
+        printf("%s\n", zparent::describeEvent(*event).c_str());
+        fflush(stdout);
+        if (event->frame.taskId == taskId && zparent::isFinalReport(*event)) return event->code == 0 ? 0 : 1;
+    }
+    fprintf(stderr, "zebrelo-ctl: no final report for command %lu within %d s\n", number, options.timeoutSeconds);
+    return 3;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (!parseOptions(argc, argv, options)) {
+        usage();
+        return 2;
+    }
+    std::string verb = options.words.empty() ? "watch" : options.words[0];
+    if (verb != "watch" && verb != "raw") {
+        fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
+        usage();
+        return 2;
+    }
+    signal(SIGINT, [](int) { interrupted = true; });
+    signal(SIGTERM, [](int) { interrupted = true; });
+    signal(SIGPIPE, SIG_IGN);
+
+    zparent::ParentLink link;
+    if (!bringUpLink(link, options)) return 1;
+    return verb == "watch" ? watch(link) : raw(link, options);
+}
