@@ -1,0 +1,90 @@
+#include "core/tls_channel.h"
+
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+
+namespace zsim {
+
+TlsChannel::~TlsChannel() { release(); }
+
+void TlsChannel::release() {
+    if (ssl_) SSL_free(ssl_);
+    if (ctx_) SSL_CTX_free(ctx_);
+    ssl_ = nullptr;
+    ctx_ = nullptr;
+}
+
+bool TlsChannel::accept(int fd, const std::string& certPem, const std::string& keyPem, std::string& error) {
+    release();
+    ctx_ = SSL_CTX_new(TLS_server_method());
+    if (!ctx_) {
+        error = "cannot create TLS context";
+        return false;
+    }
+    // Hosts sign their certificates with SHA-1: only security level 0 lets
+    // OpenSSL 3 talk to them at all.
+    SSL_CTX_set_security_level(ctx_, 0);
+    SSL_CTX_set_cipher_list(ctx_, "ALL:@SECLEVEL=0");
+    // No session tickets: after StopSession the host reads plain bytes, and a
+    // ticket left unread would be taken for the next message.
+    SSL_CTX_set_num_tickets(ctx_, 0);
+    SSL_CTX_set_options(ctx_, SSL_OP_NO_TICKET);
+
+    BIO* cbio = BIO_new_mem_buf(certPem.data(), static_cast<int>(certPem.size()));
+    X509* cert = cbio ? PEM_read_bio_X509(cbio, nullptr, nullptr, nullptr) : nullptr;
+    BIO_free(cbio);
+    BIO* kbio = BIO_new_mem_buf(keyPem.data(), static_cast<int>(keyPem.size()));
+    EVP_PKEY* key = kbio ? PEM_read_bio_PrivateKey(kbio, nullptr, nullptr, nullptr) : nullptr;
+    BIO_free(kbio);
+    bool loaded = cert && key && SSL_CTX_use_certificate(ctx_, cert) == 1 &&
+                  SSL_CTX_use_PrivateKey(ctx_, key) == 1;
+    X509_free(cert);
+    EVP_PKEY_free(key);
+    if (!loaded) {
+        error = "device certificate or key unusable";
+        release();
+        return false;
+    }
+    ssl_ = SSL_new(ctx_);
+    SSL_set_fd(ssl_, fd);
+    if (SSL_accept(ssl_) != 1) {
+        unsigned long e = ERR_get_error();
+        char buf[256];
+        ERR_error_string_n(e, buf, sizeof(buf));
+        error = std::string("TLS handshake failed: ") + buf;
+        ERR_clear_error();
+        release();
+        return false;
+    }
+    return true;
+}
+
+ssize_t TlsChannel::read(void* buf, size_t n) {
+    if (!ssl_) return -1;
+    size_t got = 0;
+    int rc = SSL_read_ex(ssl_, buf, n, &got);
+    if (rc == 1) return static_cast<ssize_t>(got);
+    ERR_clear_error();
+    return SSL_get_error(ssl_, rc) == SSL_ERROR_ZERO_RETURN ? 0 : -1;
+}
+
+bool TlsChannel::write(const void* buf, size_t n) {
+    if (!ssl_) return false;
+    size_t put = 0;
+    bool ok = SSL_write_ex(ssl_, buf, n, &put) == 1 && put == n;
+    if (!ok) ERR_clear_error();
+    return ok;
+}
+
+void TlsChannel::shutdown() {
+    if (!ssl_) return;
+    // Send ours, then wait for the host's close_notify so that no TLS record
+    // is left on the socket ahead of the next plain message.
+    if (SSL_shutdown(ssl_) == 0) SSL_shutdown(ssl_);
+    ERR_clear_error();
+    release();
+}
+
+}  // namespace zsim

@@ -1,0 +1,35 @@
+// The device side of a lockdown TLS session over an already connected socket.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <sys/types.h>
+
+typedef struct ssl_st SSL;
+typedef struct ssl_ctx_st SSL_CTX;
+
+namespace zsim {
+
+class TlsChannel {
+public:
+    TlsChannel() = default;
+    ~TlsChannel();
+    TlsChannel(const TlsChannel&) = delete;
+    TlsChannel& operator=(const TlsChannel&) = delete;
+
+    // Runs the server handshake with the device's certificate and key.
+    bool accept(int fd, const std::string& certPem, const std::string& keyPem, std::string& error);
+    bool active() const { return ssl_ != nullptr; }
+    ssize_t read(void* buf, size_t n);
+    bool write(const void* buf, size_t n);
+    // Exchanges close_notify with the host, after which the plain socket
+    // carries the conversation again (StopSession).
+    void shutdown();
+
+private:
+    void release();
+    SSL_CTX* ctx_ = nullptr;
+    SSL* ssl_ = nullptr;
+};
+
+}  // namespace zsim
