@@ -1,0 +1,180 @@
+// Link, pairing checks, sessions and values over the device's lockdown
+// service. Connect and session calls nest: the link and the session stay
+// open until the last matching Disconnect or StopSession.
+#include <plist/plist.h>
+
+#include <cstdlib>
+
+#include "zeb_cf_object.h"
+#include "zeb_cf_plist.h"
+#include "zeb_device_registry.h"
+#include "zeb_exports.h"
+#include "zeb_lockdown_errors.h"
+#include "zeb_pair_record.h"
+
+using namespace zebprov;
+
+namespace {
+
+constexpr const char* kClientLabel = "zebrelo";
+
+// Closes the lockdown link and its session. Caller holds device.lock.
+void CloseLinkLocked(Device& device) {
+    if (device.lockdown) {
+        if (!device.sessionId.empty() && !device.gone) {
+            lockdownd_stop_session(device.lockdown, device.sessionId.c_str());
+        }
+        lockdownd_client_free(device.lockdown);
+        device.lockdown = nullptr;
+    }
+    if (device.idevice) {
+        idevice_free(device.idevice);
+        device.idevice = nullptr;
+    }
+    device.sessionId.clear();
+    device.sessionCount = 0;
+    device.connectCount = 0;
+}
+
+// Opens a session with the host's pair record. Caller holds device.lock.
+int32_t StartSessionLocked(Device& device, std::string& sessionId) {
+    std::string hostId = ReadPairedHostId(device.udid);
+    if (hostId.empty()) return kZebAMDInvalidHostID;
+    char* id = nullptr;
+    int ssl = 0;
+    lockdownd_error_t err = lockdownd_start_session(device.lockdown, hostId.c_str(), &id, &ssl);
+    if (err != LOCKDOWN_E_SUCCESS) {
+        free(id);
+        return LockdownToResult(err);
+    }
+    sessionId = id ? id : "";
+    free(id);
+    return kZebAMDSuccess;
+}
+
+std::string TextOf(CFStringRef value) {
+    auto* s = zebcf::AsString(value);
+    return s ? s->utf8 : std::string();
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t AMDeviceConnect(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->gone) return kZebAMDDeviceGone;
+    if (device->connectCount > 0) {
+        ++device->connectCount;
+        return kZebAMDSuccess;
+    }
+    device->idevice = OpenIdevice(*device);
+    if (!device->idevice) return kZebAMDNotConnected;
+    lockdownd_error_t err = lockdownd_client_new(device->idevice, &device->lockdown, kClientLabel);
+    if (err != LOCKDOWN_E_SUCCESS) {
+        device->lockdown = nullptr;
+        CloseLinkLocked(*device);
+        return LockdownToResult(err);
+    }
+    device->connectCount = 1;
+    return kZebAMDSuccess;
+}
+
+int32_t AMDeviceDisconnect(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->connectCount == 0) return kZebAMDSuccess;
+    if (--device->connectCount == 0) CloseLinkLocked(*device);
+    return kZebAMDSuccess;
+}
+
+uint32_t AMDeviceGetConnectionID(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    return device ? device->muxHandle : 0;
+}
+
+int32_t AMDeviceIsPaired(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device || device->gone) return 0;
+    return ReadPairedHostId(device->udid).empty() ? 0 : 1;
+}
+
+int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->gone) return kZebAMDDeviceGone;
+    if (!device->lockdown) return kZebAMDNotConnected;
+    if (device->sessionCount > 0) return kZebAMDSuccess;  // a running session proves the pairing
+    // The device accepts a session only from a host it is paired with.
+    std::string sessionId;
+    int32_t result = StartSessionLocked(*device, sessionId);
+    if (result == kZebAMDSuccess) lockdownd_stop_session(device->lockdown, sessionId.c_str());
+    return result;
+}
+
+int32_t AMDeviceStartSession(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->gone) return kZebAMDDeviceGone;
+    if (!device->lockdown) return kZebAMDNotConnected;
+    if (device->sessionCount > 0) {
+        ++device->sessionCount;
+        return kZebAMDSuccess;
+    }
+    int32_t result = StartSessionLocked(*device, device->sessionId);
+    if (result == kZebAMDSuccess) device->sessionCount = 1;
+    return result;
+}
+
+int32_t AMDeviceStopSession(AMDeviceRef handle) {
+    auto device = FindDevice(handle);
+    if (!device) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->sessionCount == 0) return kZebAMDSessionInactive;
+    if (--device->sessionCount == 0) {
+        if (device->lockdown && !device->gone) lockdownd_stop_session(device->lockdown, device->sessionId.c_str());
+        device->sessionId.clear();
+    }
+    return kZebAMDSuccess;
+}
+
+CFTypeRef AMDeviceCopyValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key) {
+    auto device = FindDevice(handle);
+    if (!device) return nullptr;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->gone || !device->lockdown) return nullptr;
+    std::string domainText = TextOf(domain), keyText = TextOf(key);
+    plist_t node = nullptr;
+    if (lockdownd_get_value(device->lockdown, domain ? domainText.c_str() : nullptr,
+                            key ? keyText.c_str() : nullptr, &node) != LOCKDOWN_E_SUCCESS) {
+        plist_free(node);
+        return nullptr;
+    }
+    CFTypeRef value = zebcf::FromPlist(node);
+    plist_free(node);
+    return value;
+}
+
+int32_t AMDeviceSetValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key, CFTypeRef value) {
+    auto device = FindDevice(handle);
+    if (!device || !key || !value) return kZebAMDBadArgument;
+    plist_t node = zebcf::ToPlist(value);
+    if (!node) return kZebAMDBadArgument;
+    std::lock_guard<std::mutex> hold(device->lock);
+    if (device->gone || !device->lockdown) {
+        plist_free(node);
+        return device->gone ? kZebAMDDeviceGone : kZebAMDNotConnected;
+    }
+    std::string domainText = TextOf(domain), keyText = TextOf(key);
+    // The library takes the node over.
+    lockdownd_error_t err =
+        lockdownd_set_value(device->lockdown, domain ? domainText.c_str() : nullptr, keyText.c_str(), node);
+    return LockdownToResult(err);
+}
+
+}  // extern "C"
