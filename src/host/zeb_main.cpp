@@ -6,6 +6,10 @@
 #include "zeb_settings.h"
 #include "zeb_startup.h"
 
+#include <glog/logging.h>
+
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -20,7 +24,11 @@ int main(int argc, char** argv) {
     std::error_code error;
     std::filesystem::create_directories(settings.logDir, error);
 
-    if (settings.logEnabled) zeb::startLogging(settings.logDir, settings.consoleEnabled);
+    if (settings.logEnabled) {
+        zeb::startLogging(settings.logDir, settings.consoleEnabled);
+        LOG(INFO) << "zebrelo " << settings.productVersion << " starting: parent port " << settings.parentPort
+                  << ", parent pid " << settings.parentPid << ", run mode " << settings.runMode;
+    }
     // Without the console flag the developer's prints go nowhere.
     if (!settings.consoleEnabled) (void)freopen("/dev/null", "w", stdout);
 
@@ -31,5 +39,8 @@ int main(int argc, char** argv) {
     zeb::startUp();
     zeb::waitForQuit();
     zeb::shutDown();
-    return 0;
+    // The pool, the channels and the watcher are never stopped: the process
+    // ends around them, without running destructors under their feet.
+    fflush(nullptr);
+    _exit(0);
 }

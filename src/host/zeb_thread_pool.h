@@ -25,6 +25,10 @@ public:
     // Only tests stop a pool; the process's pool runs until the process ends.
     void stopAndJoin();
     void setBusySleep(int milliseconds) { busySleep = milliseconds; }
+    size_t queuedTasks() {
+        std::lock_guard<std::mutex> hold(taskLock);
+        return tasks.size();
+    }
 
     static BASThreadPool* instance();
     static void setInstance(BASThreadPool* pool);
