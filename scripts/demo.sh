@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# The demo: a simulated device, the worker and the reference parent.
+# Installs what is missing and builds first, so it runs on a fresh machine.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/install-deps.sh"
+"$root/scripts/build.sh" >/dev/null
+bin="${ZEBRELO_BUILD_DIR:-$root/build}/bin"
+
+work=$(mktemp -d /tmp/zebrelo-demo-XXXXXX)
+sim_pid=""
+cleanup() {
+  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+step() { printf '\n== %s\n' "$*"; }
+
+step "Starting the simulated device (zebrelo-sim)"
+"$bin/zebrelo-sim" --socket "$work/usbmuxd.sock" --state "$work/state" --control "$work/control.sock" \
+  >"$work/sim.log" 2>&1 &
+sim_pid=$!
+for _ in $(seq 100); do
+  grep -q "listening" "$work/sim.log" 2>/dev/null && break
+  if ! kill -0 "$sim_pid" 2>/dev/null; then
+    echo "zebrelo-sim failed to start:"; cat "$work/sim.log"; exit 1
+  fi
+  sleep 0.1
+done
+cat "$work/sim.log"
+export USBMUXD_SOCKET_ADDRESS="UNIX:$work/usbmuxd.sock"
+
+step "The stock libimobiledevice tools see it"
+echo "\$ idevice_id -l"; idevice_id -l
+udid=$(idevice_id -l | head -1)
+for key in DeviceName ProductType ProductVersion SerialNumber; do
+  printf '%-15s %s\n' "$key" "$(ideviceinfo -u "$udid" -k "$key")"
+done
+
+step "The worker under the reference parent: the link comes up"
+echo "\$ zebrelo-ctl --usbmuxd $work/usbmuxd.sock raw 600 '{\"uuid\":\"$udid\",\"code\":1}'"
+"$bin/zebrelo-ctl" --usbmuxd "$work/usbmuxd.sock" --timeout 3 raw 600 "{\"uuid\":\"$udid\",\"code\":1}" || true
+
+step "Done"
