@@ -20,6 +20,12 @@ void startLogging(const std::filesystem::path& logDir, bool alsoToStderr) {
     started = true;
 }
 
+void silenceLogging() {
+    // Without a log, glog would print to stderr; a parent that asked for
+    // no log gets none, on its console or anywhere else.
+    FLAGS_minloglevel = google::GLOG_FATAL + 1;
+}
+
 void stopLogging() {
     if (!started.load() || stopped.exchange(true)) return;
     google::ShutdownGoogleLogging();

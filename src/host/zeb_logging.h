@@ -6,6 +6,7 @@
 namespace zeb {
 
 void startLogging(const std::filesystem::path& logDir, bool alsoToStderr);
+void silenceLogging();
 // Once only: the crash path and shutdown share the mark.
 void stopLogging();
 bool logging();

@@ -28,6 +28,8 @@ int main(int argc, char** argv) {
         zeb::startLogging(settings.logDir, settings.consoleEnabled);
         LOG(INFO) << "zebrelo " << settings.productVersion << " starting: parent port " << settings.parentPort
                   << ", parent pid " << settings.parentPid << ", run mode " << settings.runMode;
+    } else {
+        zeb::silenceLogging();
     }
     // Without the console flag the developer's prints go nowhere.
     if (!settings.consoleEnabled) (void)freopen("/dev/null", "w", stdout);

@@ -18,7 +18,7 @@ void startUp() {
 
     // An unreachable parent isn't fatal: the watcher ends the process.
     bool connected = ZEBClient::instance()->connectToParent();
-    LOG_IF(INFO, logging()) << "connectToParent: " << (connected ? "connected" : "no link");
+    LOG(INFO) << "connectToParent: " << (connected ? "connected" : "no link");
 
     buildCommandTable();
 

@@ -160,6 +160,8 @@ TEST_F(WorkerProcess, TestModulePrintsItsSelfTestOnlyToAConsole) {
     }
     EXPECT_NE(output.find("date1: 2001-01-01"), std::string::npos) << output;
     EXPECT_NE(output.find("date3: "), std::string::npos);
+    // Logging is off: nothing of glog's reaches the console.
+    EXPECT_EQ(output.find("connectToParent"), std::string::npos) << output;
     link.stopWorker();
 
     std::filesystem::remove(temp / "worker.out");
