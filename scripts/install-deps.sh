@@ -10,7 +10,7 @@ packages=(
   zlib1g-dev libminizip-dev libcurl4-openssl-dev libsqlite3-dev libssl-dev
   libimobiledevice-dev libplist-dev libusbmuxd-dev
   libimobiledevice-utils ideviceinstaller
-  clang python3
+  clang python3 tzdata
 )
 
 missing=()
