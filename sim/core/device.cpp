@@ -44,7 +44,18 @@ uint32_t Device::productId() const {
 }
 
 std::string Device::networkAddress() const {
-    return dictString(dictDict(profile_.get(), "Network"), "Address").value_or("192.168.1.20");
+    std::lock_guard<std::mutex> lock(mutex_);
+    return networkAddress_;
+}
+
+void Device::setNetworkAddress(const std::string& address) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    networkAddress_ = address;
+}
+
+void Device::setServicePortHook(std::function<void(uint16_t)> hook) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    portHook_ = std::move(hook);
 }
 
 bool Device::load(std::string& error) {
@@ -113,14 +124,19 @@ std::string Device::trustStateName() {
 }
 
 uint16_t Device::openServicePort(const std::string& service) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (;;) {
-        uint16_t port = nextPort_++;
-        if (nextPort_ > kLastServicePort) nextPort_ = kFirstServicePort;
-        if (port == kLockdownPort || openPorts_.count(port)) continue;
+    uint16_t port = 0;
+    std::function<void(uint16_t)> hook;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        do {
+            port = nextPort_++;
+            if (nextPort_ > kLastServicePort) nextPort_ = kFirstServicePort;
+        } while (port == kLockdownPort || openPorts_.count(port));
         openPorts_[port] = service;
-        return port;
+        hook = portHook_;
     }
+    if (hook) hook(port);
+    return port;
 }
 
 std::optional<std::string> Device::takeServicePort(uint16_t port) {

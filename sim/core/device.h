@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -45,7 +46,10 @@ public:
     bool isNetwork() const;
     bool isJailbroken() const;
     uint32_t productId() const;
+    // The IPv4 address a network device is reached at (its own loopback
+    // address, given by its NetworkEndpoint).
     std::string networkAddress() const;
+    void setNetworkAddress(const std::string& address);
     std::string trustStateName();
     std::string deviceName();
 
@@ -74,6 +78,8 @@ public:
     // Services: StartService opens a port; the first Connect to it takes it.
     uint16_t openServicePort(const std::string& service);
     std::optional<std::string> takeServicePort(uint16_t port);
+    // Called with each newly opened port: a network device must listen on it.
+    void setServicePortHook(std::function<void(uint16_t)> hook);
 
     // Connections currently open to this device, so that "break" and detach
     // can close them. Each gets its own closing flag.
@@ -100,13 +106,15 @@ private:
     std::filesystem::path mediaRoot_;
     std::filesystem::path systemRoot_;
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     // Persisted in <stateDir>/device.plist: PrivateKey, TrustedHosts, Overrides.
     PlistPtr memory_;
     TrustMode trust_ = TrustMode::Trusted;
     DialogState dialog_ = DialogState::None;
 
     std::map<uint16_t, std::string> openPorts_;
+    std::function<void(uint16_t)> portHook_;
+    std::string networkAddress_;
     uint16_t nextPort_ = 0;
     std::map<int, std::shared_ptr<std::atomic<bool>>> connections_;
 };

@@ -49,20 +49,27 @@ std::shared_ptr<Device> DeviceHub::attachNew(const Profile& profile, std::string
         return nullptr;
     }
     std::lock_guard<std::mutex> lock(mutex_);
-    attachLocked(device);
+    if (!attachLocked(device, error)) return nullptr;
     return device;
 }
 
-void DeviceHub::attachLocked(const std::shared_ptr<Device>& device) {
+bool DeviceHub::attachLocked(const std::shared_ptr<Device>& device, std::string& error) {
     for (auto& e : devices_) {
         if (e.device != device) continue;
+        if (device->isNetwork()) {
+            auto endpoint = NetworkEndpoint::open(device, error);
+            if (!endpoint) return false;
+            endpoints_[device->udid()] = endpoint;
+        }
         e.attached = true;
         // usbmuxd numbers every arrival anew, as a replugged phone gets a new id.
         device->setDeviceId(nextDeviceId_++);
         PlistPtr message = attachedRecord(*device);
         broadcast(message.get());
-        return;
+        return true;
     }
+    error = "unknown device";
+    return false;
 }
 
 bool DeviceHub::reattach(const std::string& udid, std::string& error) {
@@ -73,8 +80,7 @@ bool DeviceHub::reattach(const std::string& udid, std::string& error) {
             error = "already attached";
             return false;
         }
-        attachLocked(e.device);
-        return true;
+        return attachLocked(e.device, error);
     }
     error = "unknown device";
     return false;
@@ -88,6 +94,10 @@ bool DeviceHub::detach(const std::string& udid) {
             if (e.device->udid() == udid && e.attached) {
                 e.attached = false;
                 gone = e.device;
+                if (auto it = endpoints_.find(udid); it != endpoints_.end()) {
+                    it->second->close();
+                    endpoints_.erase(it);
+                }
                 PlistPtr message = adopt(plist_new_dict());
                 plist_dict_set_item(message.get(), "MessageType", plist_new_string("Detached"));
                 plist_dict_set_item(message.get(), "DeviceID", plist_new_uint(gone->deviceId()));

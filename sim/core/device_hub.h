@@ -3,10 +3,12 @@
 #pragma once
 
 #include "core/device.h"
+#include "core/network_endpoint.h"
 #include "core/pair_records.h"
 #include "core/profile.h"
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -46,13 +48,14 @@ public:
 
 private:
     void broadcast(plist_t message);  // caller holds mutex_
-    void attachLocked(const std::shared_ptr<Device>& device);
+    bool attachLocked(const std::shared_ptr<Device>& device, std::string& error);
 
     std::filesystem::path stateRoot_;
     PairRecordStore pairRecords_;
     std::mutex mutex_;
     std::vector<Entry> devices_;
     std::set<int> listeners_;
+    std::map<std::string, std::shared_ptr<NetworkEndpoint>> endpoints_;
     uint32_t nextDeviceId_ = 1;
 };
 

@@ -1,7 +1,7 @@
 #include "core/usbmux_server.h"
 
 #include "core/device_hub.h"
-#include "core/lockdown.h"
+#include "core/device_port.h"
 #include "core/socket_io.h"
 #include "core/usbmux_wire.h"
 
@@ -97,17 +97,7 @@ private:
                 return;
             }
         }
-        auto closing = device->trackConnection(fd_);
-        if (reply(tag, kResultOk)) {
-            if (!service) {
-                runLockdown(fd_, *device, *closing);
-            } else if (ServiceHandler handler = findService(*service)) {
-                FdStream stream(fd_);
-                ServiceContext ctx = device->serviceContext(closing.get());
-                handler(stream, ctx);
-            }
-        }
-        device->untrackConnection(fd_);
+        if (reply(tag, kResultOk)) serveDeviceConnection(fd_, *device, service.value_or(""));
     }
 
     bool readPairRecord(uint32_t tag, plist_t request) {

@@ -14,6 +14,11 @@ expect_ok "network listing"
 [ "$OUT" = "$NET_UDID" ] || fail "network listing should hold the network device only: $OUT"
 run_tool idevice_id -l
 [ "$OUT" = "$BUILTIN_UDID" ] || fail "a network device must not show in the USB listing: $OUT"
+# The host reaches a network device itself, over TCP at the address usbmuxd gave.
+if command -v ideviceinfo >/dev/null; then
+  run_tool ideviceinfo -n -u "$NET_UDID" -k ProductVersion
+  [ "$OUT" = "16.6" ] || fail "network device over TCP: $OUT"
+fi
 
 ctl "detach $BUILTIN_UDID" >/dev/null || fail "detach"
 run_tool idevice_id -l
