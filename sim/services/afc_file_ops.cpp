@@ -78,43 +78,43 @@ bool Session::opFileOpen() {
     return sendU64(kOpFileOpenResult, handle);
 }
 
-// Read answers carry everything asked for up to the end of the file. Up to
-// kChunk bytes go from the file straight into the answer buffer and leave
-// in one write; a bigger read promises its length in the header and then
-// streams the file through the same buffer.
+// Read answers carry everything asked for up to the end of the file. A
+// small read goes from the file straight into the answer buffer and leaves
+// in one write. A larger one promises its length in the header and then
+// streams the file in pieces, so that the host is already receiving one
+// piece while the next is read from the file.
 bool Session::opRead() {
     uint64_t handle = 0, length = 0;
     if (!fixedU64(0, handle) || !fixedU64(1, length)) return sendStatus(kInvalidArg);
     const int fd = fileFd(handle);
     if (fd < 0) return sendStatus(kInvalidArg);
 
-    if (length <= kChunk) {
-        unsigned char* data = answerSpace(static_cast<size_t>(length));
-        ssize_t got = readFull(fd, data, static_cast<size_t>(length));
+    struct stat st {};
+    const off_t pos = ::lseek(fd, 0, SEEK_CUR);
+    const bool sized = pos >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    if (!sized || length <= kPiece) {
+        // Devices and pipes on the system tree have no size to promise.
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(length, kChunk));
+        unsigned char* data = answerSpace(want);
+        ssize_t got = readFull(fd, data, want);
         if (got < 0) return sendStatus(statusFromErrno(errno));
         return sendBuilt(static_cast<size_t>(got));
     }
 
-    struct stat st {};
-    const off_t pos = ::lseek(fd, 0, SEEK_CUR);
-    if (pos < 0 || ::fstat(fd, &st) != 0) return sendStatus(statusFromErrno(errno));
-    const int accmode = ::fcntl(fd, F_GETFL) & O_ACCMODE;
-    if (accmode == O_WRONLY) return sendStatus(kInvalidArg);
+    if ((::fcntl(fd, F_GETFL) & O_ACCMODE) == O_WRONLY) return sendStatus(kInvalidArg);
     const uint64_t available = st.st_size > pos ? static_cast<uint64_t>(st.st_size - pos) : 0;
     const uint64_t total = std::min(length, available);
-    unsigned char* data = answerSpace(kChunk);
+    unsigned char* data = answerSpace(kPiece);
     Header h{kHeaderSize + total, kHeaderSize, request_.packetNum, kOpData};
     encodeHeader(buffer_.data(), h);
     uint64_t left = total;
     size_t pending = kHeaderSize;  // the header leaves with the first piece
     while (left > 0) {
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(left, kChunk));
-        ssize_t got = readFull(fd, data, want);
-        if (got < static_cast<ssize_t>(want)) {
-            // The file shrank under us: the promised length still has to
-            // be delivered, so the rest reads as zeros.
-            std::memset(data + std::max<ssize_t>(got, 0), 0, want - static_cast<size_t>(std::max<ssize_t>(got, 0)));
-        }
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(left, kPiece));
+        const ssize_t got = std::max<ssize_t>(readFull(fd, data, want), 0);
+        // The file shrank under us: the promised length still has to be
+        // delivered, so the rest reads as zeros.
+        if (static_cast<size_t>(got) < want) std::memset(data + got, 0, want - static_cast<size_t>(got));
         if (!stream_.writeAll(data - pending, want + pending)) return false;
         pending = 0;
         left -= want;

@@ -27,8 +27,11 @@ public:
     // the device goes away.
     void run();
 
-    // Largest answer payload held in memory at once; bigger reads and
-    // writes stream through the buffer in pieces of this size.
+    // Reads up to kPiece are answered from the buffer in one write;
+    // bigger ones stream through it in pieces of kPiece. Writes stream
+    // through it in pieces of up to kChunk; reads of files without a size
+    // (devices on the system tree) answer at most kChunk.
+    static constexpr size_t kPiece = 256u << 10;
     static constexpr size_t kChunk = 8u << 20;
     static constexpr size_t kMaxFixedData = 64u << 10;
     static constexpr size_t kMaxOpenFiles = 1024;
