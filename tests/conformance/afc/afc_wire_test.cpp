@@ -1,7 +1,7 @@
 // The AFC service spoken to in raw packets: what libimobiledevice's client
 // cannot provoke (packet numbers, malformed peers, stalls, escapes through
 // links planted on the device side, reads larger than the answer buffer).
-#include "afc_protocol.h"
+#include "services/afc_protocol.h"
 #include "wire_harness.h"
 
 #include <gtest/gtest.h>
