@@ -68,7 +68,7 @@ int main(void) {
     snprintf(command, sizeof(command), "attach %s", profile);
     if (sim_control(control, command, answer, sizeof(answer)) != 0) return fail(answer);
     char udid[64];
-    snprintf(udid, sizeof(udid), "%s", answer + 3);
+    snprintf(udid, sizeof(udid), "%.63s", answer + 3);
     if (!wait_for(UE_DEVICE_ADD, udid)) return fail("no add event for the attached device");
 
     idevice_t device = NULL;
