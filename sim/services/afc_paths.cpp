@@ -40,7 +40,7 @@ bool onlyDotsLeft(const std::deque<std::string>& pending) {
 std::string joinUnder(const std::string& root, const std::vector<std::string>& parts) {
     std::string out = root;
     for (const auto& p : parts) {
-        if (out.size() > 1 || out != "/") out += '/';
+        if (out.back() != '/') out += '/';  // a root of "/" has its slash
         out += p;
     }
     return out;
