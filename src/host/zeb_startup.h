@@ -4,7 +4,4 @@
 namespace zeb {
 void startUp();
 void shutDown();
-// The developer's self-test; with no device it prints version comparisons
-// and sample dates to stdout.
-void runTestModule();
 }  // namespace zeb

@@ -2,6 +2,7 @@
 // here and becomes a pool task; every event leaves through sendEvent.
 #pragma once
 
+#include "zeb_device_monitor.h"
 #include "zeb_event.h"
 #include "zeb_ipc_packet_channel.h"
 
@@ -9,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-class ZEBClient {
+class ZEBClient : public ZEBDeviceCallback {
 public:
     static ZEBClient* instance();
 
@@ -25,6 +26,15 @@ public:
     // The event text with its tail (compressed when type 0) in one string.
     static void buildEvent(const EventEnvelope& envelope, std::string& out);
     void sendToHelper(bas::IPCPacketChannel& channel, IPCPacket1* packet);
+
+    // Device ready (1) and device gone (2) become events for the parent.
+    void onDeviceEvent(const DevicePtr& device, uint32_t message) override;
+    // The plain status event: `number` as the command type, status 1, no
+    // UDID: device arrived (11), gone before ready (8), monitor start failed.
+    void sendStatusEvent(uint32_t number, int64_t code);
+    // Pairing or reading failed (12): the error number as a quoted text,
+    // the device name in the tail.
+    void sendDeviceErrorEvent(const ZEBDevice& device, int32_t error);
 
     bas::IPCPacketChannel& commands() { return commandChannel; }
     bas::IPCPacketChannel& helper() { return helperChannel; }

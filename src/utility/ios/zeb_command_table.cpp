@@ -1,6 +1,8 @@
 #include "zeb_command_table.h"
 
 #include "zeb_module.h"
+#include "zeb_module_basicinfo.h"
+#include "zeb_module_control.h"
 
 #include <atomic>
 #include <initializer_list>
@@ -16,7 +18,7 @@ using Table = std::map<uint32_t, ZEBModule*>;
 // table and is dropped like an unknown number.
 std::atomic<const Table*> commandTable{nullptr};
 
-[[maybe_unused]] void enter(Table& table, ZEBModule* module, std::initializer_list<uint32_t> numbers) {
+void enter(Table& table, ZEBModule* module, std::initializer_list<uint32_t> numbers) {
     for (uint32_t number : numbers) table[number] = module;
 }
 
@@ -25,7 +27,10 @@ std::atomic<const Table*> commandTable{nullptr};
 void buildCommandTable() {
     static std::once_flag built;
     std::call_once(built, [] {
+        // Built in this order; each module object serves all its numbers.
         auto* table = new Table;
+        enter(*table, new ZEBModuleBasicInfo, {300, 303, 15});
+        enter(*table, new ZEBModuleControl, {600});
         commandTable.store(table);
     });
 }

@@ -1,6 +1,7 @@
 #include "zeb_module.h"
 
 #include "zeb_client.h"
+#include "zeb_device_monitor.h"
 
 namespace zeb {
 
@@ -34,4 +35,48 @@ int ZEBModule::report(const IPCPacket1* packet, const char* uuid, int64_t code, 
     frame.commandType = packet->commandType;
     frame.packetStatus = zeb::packetStatusForCode(code);
     return ZEBClient::instance()->sendEvent(envelope, &frame);
+}
+
+void ZEBModule::dispatch(IPCPacket1* packet, const DispatchRules& rules, const Operation& operation) {
+    CommandContext context;
+    context.packet = packet;
+    std::string text;
+    bool hasText = zeb::splitPayload(packet, context.version, text, context.tail, context.tailLength);
+    if (hasText) context.json.Parse(text.c_str(), text.size());
+    if (!hasText || context.json.HasParseError() || !context.json.IsObject()) {
+        if (rules.silentParseFailure) {
+            packet->packetStatus = 6;
+            return;
+        }
+        report(packet, "", kCodeBadJson, nullptr);
+        return;
+    }
+    auto uuid = context.json.FindMember("uuid");
+    if (uuid != context.json.MemberEnd() && uuid->value.IsString()) context.uuid = uuid->value.GetString();
+    auto code = context.json.FindMember("code");
+    if (code != context.json.MemberEnd() && code->value.IsInt64()) context.code = code->value.GetInt64();
+    else if (code != context.json.MemberEnd() && code->value.IsUint64()) context.code = static_cast<int64_t>(code->value.GetUint64());
+
+    if (rules.needsDevice) {
+        ZEBDeviceMonitor& monitor = ZEBDeviceMonitor::instance();
+        {
+            std::lock_guard<std::mutex> hold(monitor.lock);
+            if (!context.uuid.empty()) context.device = monitor.FindByUdid(context.uuid);
+            if (!context.device && rules.findByHandleToo && context.code != 0)
+                context.device = monitor.FindByHandle(reinterpret_cast<DeviceHandle>(context.code));
+        }
+        if (!context.device) {
+            report(packet, context.uuid.c_str(), kCodeNoDevice, nullptr);
+            return;
+        }
+        if (rules.longTask) {
+            auto entered = zeb::enterTask(context.device->taskTable, static_cast<int64_t>(packet->taskId),
+                                          packet->commandType, context.uuid, &context.task);
+            if (entered == zeb::TaskEntry::Cancelled) return;  // the cancel came first
+        }
+    }
+
+    int64_t result = kCodeSuccess;
+    if (context.version == 1 || rules.anyVersion) result = operation(context);
+    if (result != kAlreadyReported) report(packet, context.uuid.c_str(), result, nullptr);
 }

@@ -3,9 +3,11 @@
 // state.
 #pragma once
 
+#include "zeb_command_context.h"
 #include "zeb_packet.h"
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <mutex>
 
@@ -22,6 +24,11 @@ public:
     // The command's one final answer: stage 0, and a packetStatus derived
     // from the code (0 success, 6 cancelled, anything else an error).
     int report(const IPCPacket1* packet, const char* uuid, int64_t code, const char* info);
+
+    using Operation = std::function<int64_t(CommandContext&)>;
+    // The routine every command runs first (parse, device, task, version),
+    // then `operation`, then the final report unless it answered itself.
+    void dispatch(IPCPacket1* packet, const DispatchRules& rules, const Operation& operation);
 
 protected:
     std::list<void*> items;

@@ -1,4 +1,9 @@
-#include "zeb_startup.h"
+#include "zeb_test_module.h"
+
+#include "zeb_module_basicinfo.h"
+#include "zeb_thread_pool.h"
+
+#include <glog/logging.h>
 
 #include "zeb_versions.h"
 
@@ -29,6 +34,17 @@ void runTestModule() {
     printDate("date2: ", appleEpoch + 500000000);
     printDate("date3: ", time(nullptr));
     fflush(stdout);
+}
+
+namespace {
+void runDeviceSelfTest(const DevicePtr& device) { printDeviceOverview(*device); }
+}  // namespace
+
+void runTestModule(const DevicePtr& device) {
+    LOG(INFO) << "TestModule Begin";
+    DevicePtr held = device;
+    BASThreadPool::instance()->addTask([held] { runDeviceSelfTest(held); });
+    LOG(INFO) << "TestModule Finish";
 }
 
 }  // namespace zeb
