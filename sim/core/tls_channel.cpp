@@ -5,7 +5,19 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 
+#include "core/socket_io.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <vector>
+
 namespace zsim {
+namespace {
+constexpr unsigned char kTlsAlertRecord = 0x15;
+constexpr unsigned char kTlsApplicationData = 0x17;
+constexpr int kCloseNotifyWaitMs = 1000;
+}  // namespace
 
 TlsChannel::~TlsChannel() { release(); }
 
@@ -80,11 +92,29 @@ bool TlsChannel::write(const void* buf, size_t n) {
 
 void TlsChannel::shutdown() {
     if (!ssl_) return;
-    // Send ours, then wait for the host's close_notify so that no TLS record
-    // is left on the socket ahead of the next plain message.
-    if (SSL_shutdown(ssl_) == 0) SSL_shutdown(ssl_);
-    ERR_clear_error();
+    int fd = SSL_get_fd(ssl_);
+    // The device sends no close_notify of its own: the host does not wait
+    // for one, and an unread one would sit in front of the next plain
+    // answer it reads.
+    SSL_set_quiet_shutdown(ssl_, 1);
     release();
+    // The host usually sends its close_notify, then goes on in plain text.
+    // A plain lockdown message starts with the high byte of its length (0);
+    // a TLS record with its content type (an alert, or application data
+    // under TLS 1.3, which hides alerts in it). The host's records are
+    // skipped by hand: OpenSSL would read past them into the plain message.
+    int waitMs = kCloseNotifyWaitMs;
+    for (;;) {
+        pollfd pfd{fd, POLLIN, 0};
+        unsigned char type = 0;
+        if (poll(&pfd, 1, waitMs) != 1 || recv(fd, &type, 1, MSG_PEEK) != 1) return;
+        if (type != kTlsAlertRecord && type != kTlsApplicationData) return;
+        unsigned char head[5];
+        if (!readFull(fd, head, sizeof(head))) return;
+        std::vector<char> body((static_cast<size_t>(head[3]) << 8) | head[4]);
+        if (!body.empty() && !readFull(fd, body.data(), body.size())) return;
+        waitMs = 0;  // anything further must already be there
+    }
 }
 
 }  // namespace zsim

@@ -22,8 +22,8 @@ public:
     bool active() const { return ssl_ != nullptr; }
     ssize_t read(void* buf, size_t n);
     bool write(const void* buf, size_t n);
-    // Exchanges close_notify with the host, after which the plain socket
-    // carries the conversation again (StopSession).
+    // Leaves TLS (StopSession): the host's close_notify is consumed and the
+    // plain socket carries the conversation again.
     void shutdown();
 
 private:

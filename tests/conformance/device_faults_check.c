@@ -1,4 +1,4 @@
-/* Lockdown rules a host relies on, and the faults the control channel can
+/* Lockdown rules a host relies on (sessions included), and the faults the control channel can
  * cause: what is readable before a session, StartService without one,
  * "stall" (no answer until it is lifted) and "break" (connections closed). */
 #include "sim_control_client.h"
@@ -6,6 +6,7 @@
 #include <libimobiledevice/libimobiledevice.h>
 #include <libimobiledevice/lockdown.h>
 #include <plist/plist.h>
+#include <usbmuxd.h>
 
 #include <arpa/inet.h>
 #include <signal.h>
@@ -100,6 +101,54 @@ static int check_presession_rules(idevice_t device) {
     return 0;
 }
 
+/* The HostID this host paired with, from the record usbmuxd keeps. */
+static char* paired_host_id(const char* udid) {
+    char* data = NULL;
+    uint32_t len = 0;
+    if (usbmuxd_read_pair_record(udid, &data, &len) != 0) return NULL;
+    plist_t record = NULL;
+    plist_from_memory(data, len, &record);
+    free(data);
+    plist_t node = record ? plist_dict_get_item(record, "HostID") : NULL;
+    char* host_id = NULL;
+    if (node) plist_get_string_val(node, &host_id);
+    plist_free(record);
+    return host_id;
+}
+
+/* StopSession ends TLS and the plain conversation goes on; a new session
+ * can start on the same connection. */
+static int check_session_cycle(idevice_t device, const char* udid) {
+    lockdownd_client_t client = NULL;
+    if (lockdownd_client_new_with_handshake(device, &client, "device_faults_check") != LOCKDOWN_E_SUCCESS)
+        return fail("handshake");
+    lockdownd_client_free(client);
+    char* host_id = paired_host_id(udid);
+    if (!host_id) return fail("no pair record saved through usbmuxd");
+    if (lockdownd_client_new(device, &client, "device_faults_check") != LOCKDOWN_E_SUCCESS) return fail("client");
+    int rc = 0;
+    for (int round = 0; round < 2 && rc == 0; round++) {
+        char* session_id = NULL;
+        int ssl = 0;
+        plist_t value = NULL;
+        if (lockdownd_start_session(client, host_id, &session_id, &ssl) != LOCKDOWN_E_SUCCESS || !ssl)
+            rc = fail("session with TLS");
+        else if (lockdownd_get_value(client, NULL, "InternationalMobileEquipmentIdentity", &value) != LOCKDOWN_E_SUCCESS)
+            rc = fail("private value inside the session");
+        plist_free(value);
+        value = NULL;
+        if (rc == 0 && lockdownd_stop_session(client, session_id) != LOCKDOWN_E_SUCCESS) rc = fail("stop session");
+        free(session_id);
+        if (rc == 0 && lockdownd_query_type(client, NULL) != LOCKDOWN_E_SUCCESS) rc = fail("plain request after StopSession");
+        if (rc == 0 && lockdownd_get_value(client, NULL, "InternationalMobileEquipmentIdentity", &value) == LOCKDOWN_E_SUCCESS)
+            rc = fail("private value after the session ended");
+        plist_free(value);
+    }
+    lockdownd_client_free(client);
+    free(host_id);
+    return rc;
+}
+
 static int check_stall(idevice_t device, const char* control, const char* udid) {
     char answer[256], command[256];
     idevice_connection_t conn = NULL;
@@ -147,7 +196,7 @@ int main(void) {
     signal(SIGPIPE, SIG_IGN);
     idevice_t device = NULL;
     if (idevice_new_with_options(&device, udid, IDEVICE_LOOKUP_USBMUX) != IDEVICE_E_SUCCESS) return fail("device");
-    int rc = check_presession_rules(device) || check_stall(device, control, udid) || check_break(device, control, udid);
+    int rc = check_presession_rules(device) || check_session_cycle(device, udid) || check_stall(device, control, udid) || check_break(device, control, udid);
     idevice_free(device);
     if (rc == 0) printf("lockdown rules, stall and break behave\n");
     return rc;
