@@ -38,8 +38,9 @@ std::shared_ptr<Device> DeviceHub::attachNew(const Profile& profile, std::string
         // of the same profile picks the next one.
         devices_.push_back({device, false});
     }
-    if (!device->load(error)) {
-        std::lock_guard<std::mutex> lock(mutex_);
+    bool loaded = device->load(error);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!loaded || !attachLocked(device, error)) {
         for (auto it = devices_.begin(); it != devices_.end(); ++it) {
             if (it->device == device) {
                 devices_.erase(it);
@@ -48,8 +49,6 @@ std::shared_ptr<Device> DeviceHub::attachNew(const Profile& profile, std::string
         }
         return nullptr;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (!attachLocked(device, error)) return nullptr;
     return device;
 }
 

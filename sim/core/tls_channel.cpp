@@ -9,6 +9,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <vector>
 
@@ -17,6 +18,7 @@ namespace {
 constexpr unsigned char kTlsAlertRecord = 0x15;
 constexpr unsigned char kTlsApplicationData = 0x17;
 constexpr int kCloseNotifyWaitMs = 1000;
+constexpr int kHandshakeSeconds = 30;
 }  // namespace
 
 TlsChannel::~TlsChannel() { release(); }
@@ -61,7 +63,13 @@ bool TlsChannel::accept(int fd, const std::string& certPem, const std::string& k
     }
     ssl_ = SSL_new(ctx_);
     SSL_set_fd(ssl_, fd);
-    if (SSL_accept(ssl_) != 1) {
+    // A host that starts a session but never shakes hands must not hold the
+    // connection's thread for ever.
+    timeval limit{kHandshakeSeconds, 0}, none{0, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    int accepted = SSL_accept(ssl_);
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &none, sizeof(none));
+    if (accepted != 1) {
         unsigned long e = ERR_get_error();
         char buf[256];
         ERR_error_string_n(e, buf, sizeof(buf));
