@@ -52,6 +52,18 @@ int32_t StartSessionLocked(Device& device, std::string& sessionId) {
     return kZebAMDSuccess;
 }
 
+// Ends a session and replaces the link with a fresh one: a link that has
+// left TLS is not trusted to enter it again cleanly, so the next session
+// starts on a new link. Caller holds device.lock.
+void EndSessionLocked(Device& device, const std::string& sessionId) {
+    if (!device.lockdown || device.gone) return;
+    lockdownd_stop_session(device.lockdown, sessionId.c_str());
+    lockdownd_client_free(device.lockdown);
+    device.lockdown = nullptr;
+    if (lockdownd_client_new(device.idevice, &device.lockdown, kClientLabel) != LOCKDOWN_E_SUCCESS)
+        device.lockdown = nullptr;
+}
+
 std::string TextOf(CFStringRef value) {
     auto* s = zebcf::AsString(value);
     return s ? s->utf8 : std::string();
@@ -112,7 +124,7 @@ int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
     // The device accepts a session only from a host it is paired with.
     std::string sessionId;
     int32_t result = StartSessionLocked(*device, sessionId);
-    if (result == kZebAMDSuccess) lockdownd_stop_session(device->lockdown, sessionId.c_str());
+    if (result == kZebAMDSuccess) EndSessionLocked(*device, sessionId);
     return result;
 }
 
@@ -137,7 +149,7 @@ int32_t AMDeviceStopSession(AMDeviceRef handle) {
     std::lock_guard<std::mutex> hold(device->lock);
     if (device->sessionCount == 0) return kZebAMDSessionInactive;
     if (--device->sessionCount == 0) {
-        if (device->lockdown && !device->gone) lockdownd_stop_session(device->lockdown, device->sessionId.c_str());
+        EndSessionLocked(*device, device->sessionId);
         device->sessionId.clear();
     }
     return kZebAMDSuccess;
