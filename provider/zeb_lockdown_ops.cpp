@@ -9,6 +9,7 @@
 #include "zeb_cf_plist.h"
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
+#include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_pair_record.h"
 
@@ -74,6 +75,7 @@ std::string TextOf(CFStringRef value) {
 extern "C" {
 
 int32_t AMDeviceConnect(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -95,6 +97,7 @@ int32_t AMDeviceConnect(AMDeviceRef handle) {
 }
 
 int32_t AMDeviceDisconnect(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -115,6 +118,7 @@ int32_t AMDeviceIsPaired(AMDeviceRef handle) {
 }
 
 int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -129,6 +133,7 @@ int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
 }
 
 int32_t AMDeviceStartSession(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -144,6 +149,7 @@ int32_t AMDeviceStartSession(AMDeviceRef handle) {
 }
 
 int32_t AMDeviceStopSession(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -156,6 +162,7 @@ int32_t AMDeviceStopSession(AMDeviceRef handle) {
 }
 
 CFTypeRef AMDeviceCopyValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return nullptr;
     std::lock_guard<std::mutex> hold(device->lock);
@@ -173,6 +180,7 @@ CFTypeRef AMDeviceCopyValue(AMDeviceRef handle, CFStringRef domain, CFStringRef 
 }
 
 int32_t AMDeviceSetValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key, CFTypeRef value) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device || !key || !value) return kZebAMDBadArgument;
     plist_t node = zebcf::ToPlist(value);

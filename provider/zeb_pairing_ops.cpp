@@ -7,6 +7,7 @@
 
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
+#include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_notifications.h"
 
@@ -31,6 +32,7 @@ lockdownd_error_t AskToPair(const Device& device) {
 }
 
 void WatchTrust(std::shared_ptr<Device> device) {
+    SigpipeGuard noSigpipe;
     for (;;) {
         std::this_thread::sleep_for(kAskInterval);
         if (device->gone) break;
@@ -48,6 +50,7 @@ void WatchTrust(std::shared_ptr<Device> device) {
 }  // namespace
 
 extern "C" int32_t AMDevicePair(AMDeviceRef handle) {
+    SigpipeGuard noSigpipe;
     auto device = FindDevice(handle);
     if (!device) return kZebAMDBadArgument;
     if (device->gone) return kZebAMDDeviceGone;

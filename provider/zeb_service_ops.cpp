@@ -15,6 +15,7 @@
 #include "zeb_cf_object.h"
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
+#include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_socket_io.h"
 
@@ -54,6 +55,7 @@ extern "C" {
 
 int32_t AMDeviceSecureStartService(AMDeviceRef handle, CFStringRef name, CFDictionaryRef options,
                                    AMDServiceConnectionRef* out) {
+    SigpipeGuard noSigpipe;
     if (out) *out = nullptr;
     auto device = FindDevice(handle);
     zebcf::String* serviceName = zebcf::AsString(name);
@@ -102,6 +104,7 @@ int32_t AMDeviceStartService(AMDeviceRef, CFStringRef, AMDServiceConnectionRef*,
 }
 
 ssize_t AMDServiceConnectionSend(AMDServiceConnectionRef ref, const void* buffer, size_t length) {
+    SigpipeGuard noSigpipe;
     ServiceConnection* c = FromRef(ref);
     if (!c || !c->link || (!buffer && length)) return -1;
     std::lock_guard<std::mutex> hold(c->sendLock);
@@ -125,6 +128,7 @@ ssize_t AMDServiceConnectionSend(AMDServiceConnectionRef ref, const void* buffer
 }
 
 ssize_t AMDServiceConnectionReceive(AMDServiceConnectionRef ref, void* buffer, size_t length) {
+    SigpipeGuard noSigpipe;
     ServiceConnection* c = FromRef(ref);
     if (!c || !c->link || !buffer) return -1;
     std::lock_guard<std::mutex> hold(c->receiveLock);
@@ -150,6 +154,7 @@ void* AMDServiceConnectionGetSecureIOContext(AMDServiceConnectionRef ref) {
 }
 
 void AMDServiceConnectionInvalidate(AMDServiceConnectionRef ref) {
+    SigpipeGuard noSigpipe;
     ServiceConnection* c = FromRef(ref);
     if (!c) return;
     // Wake a thread blocked in a receive before waiting for it.
