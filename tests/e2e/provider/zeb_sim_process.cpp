@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -46,6 +47,7 @@ bool SimProcess::Start(const std::string& simulator, const std::vector<std::stri
     if (pipe(out) != 0) return false;
     pid_ = fork();
     if (pid_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive a test program that died
         dup2(out[1], STDOUT_FILENO);
         close(out[0]);
         std::vector<char*> argv;
