@@ -1,5 +1,6 @@
 // zebrelo-ctl: the reference parent. It starts the worker as a parent
 // would and turns commands and events into a command-line tool.
+#include "zctl_device_commands.h"
 #include "zeb_parent_link.h"
 
 #include <unistd.h>
@@ -21,18 +22,28 @@ void usage() {
     fprintf(stderr,
             "usage: zebrelo-ctl [options] [watch]\n"
             "       zebrelo-ctl [options] raw <command-number> '<json>' ['<tail-json>']\n"
+            "       zebrelo-ctl [options] devices\n"
+            "       zebrelo-ctl [options] info [UDID]\n"
+            "       zebrelo-ctl [options] rename UDID NAME\n"
+            "       zebrelo-ctl [options] cancel UDID TASKID\n"
             "\n"
-            "  watch   start the worker and print every event as one JSON line until\n"
-            "          interrupted or the worker ends\n"
-            "  raw     send one command and print what comes back until its final\n"
-            "          report or the time-out\n"
+            "  watch    start the worker and print every event as one JSON line until\n"
+            "           interrupted or the worker ends\n"
+            "  raw      send one command and print what comes back until its final\n"
+            "           report or the time-out\n"
+            "  devices  list devices as they become ready, ask for trust, or leave\n"
+            "  info     what a device is and what fills it (the first ready device\n"
+            "           unless a UDID is given); --json prints the two objects\n"
+            "  rename   give a device a new name\n"
+            "  cancel   cancel a running command of a device\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
             "  --usbmuxd PATH   reach devices through the usbmuxd socket at PATH\n"
             "  --timeout SEC    how long raw waits for the final report (default 15)\n"
             "  --log            ask the worker to keep its log folder\n"
-            "  --console        let the worker print to this terminal\n");
+            "  --console        let the worker print to this terminal\n"
+            "  --json           print JSON instead of tables\n");
 }
 
 std::string defaultWorker() {
@@ -44,6 +55,7 @@ std::string defaultWorker() {
 struct Options {
     zparent::WorkerOptions worker;
     int timeoutSeconds = 15;
+    bool json = false;
     std::vector<std::string> words;
 };
 
@@ -66,6 +78,8 @@ bool parseOptions(int argc, char** argv, Options& options) {
             options.timeoutSeconds = atoi(seconds);
         } else if (arg == "--log") {
             options.worker.log = true;
+        } else if (arg == "--json") {
+            options.json = true;
         } else if (arg == "--console") {
             options.worker.console = true;
         } else if (arg == "-h" || arg == "--help") {
@@ -155,7 +169,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
-    if (verb != "watch" && verb != "raw") {
+    if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -166,5 +180,8 @@ int main(int argc, char** argv) {
 
     zparent::ParentLink link;
     if (!bringUpLink(link, options)) return 1;
-    return verb == "watch" ? watch(link) : raw(link, options);
+    if (verb == "watch") return watch(link);
+    if (verb == "raw") return raw(link, options);
+    zctl::DeviceOptions deviceOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+    return zctl::runDeviceVerb(link, verb, deviceOptions);
 }

@@ -118,9 +118,11 @@ bool buildMediaTree(const fs::path& mediaRoot, const fs::path& profileMedia, pli
 
 bool buildSystemTree(const fs::path& systemRoot, plist_t profile, std::string& error) {
     std::error_code ec;
-    for (const char* folder : {"Applications", "Library", "System/Library/CoreServices", "bin", "sbin",
+    // A jailbroken device carries its package manager: its app and the
+    // folder it installs from.
+    for (const char* folder : {"Applications/Cydia.app", "Library", "System/Library/CoreServices", "bin", "sbin",
                                "usr/bin", "usr/lib", "private/etc", "private/var/mobile/Library",
-                               "private/var/root", "private/var/mobile/Media"}) {
+                               "private/var/root/Media/Cydia/AutoInstall", "private/var/mobile/Media"}) {
         fs::create_directories(systemRoot / folder, ec);
         if (ec) {
             error = "cannot create " + (systemRoot / folder).string() + ": " + ec.message();

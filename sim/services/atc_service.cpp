@@ -113,9 +113,10 @@ private:
             pinger_ = std::thread([this] { pingUntilStopped(); });
             return true;
         }
-        // The device greets with a Ping before the metrics.
-        return sendCommand(out_, "Ping") &&
-               sendCommand(out_, "AssetMetrics", settings_.metrics ? plist_copy(settings_.metrics) : nullptr);
+        // Once the assertion is taken the device sends its metrics first;
+        // the keep-alive pings follow.
+        return sendCommand(out_, "AssetMetrics", settings_.metrics ? plist_copy(settings_.metrics) : nullptr) &&
+               sendCommand(out_, "Ping");
     }
 
     bool refuseSync() {

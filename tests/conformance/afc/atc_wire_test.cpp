@@ -62,13 +62,13 @@ TEST_F(AirTrafficWire, MetricsFollowThePowerAssertion) {
     command("HostInfo");
     EXPECT_EQ(nextCommand(nullptr, 300), "<none>");  // nothing before PowerAssertion
     command("PowerAssertion");
-    EXPECT_EQ(nextCommand(), "Ping");
     plist_t m = nullptr;
-    ASSERT_EQ(nextCommand(&m), "AssetMetrics");
+    ASSERT_EQ(nextCommand(&m), "AssetMetrics");  // the metrics come first
     plist_t params = plist_dict_get_item(m, "Params");
     EXPECT_EQ(uintAt(params, "_FreeSize"), 123456u);
     EXPECT_EQ(uintAt(plist_dict_get_item(params, "Media"), "_Count"), 7u);
     plist_free(m);
+    EXPECT_EQ(nextCommand(), "Ping");
     command("RequestingSync");
     EXPECT_EQ(nextCommand(), "SyncFailed");
     run->closeHost();
@@ -94,7 +94,6 @@ TEST_F(AirTrafficWire, IdleExitEndsTheConnection) {
 TEST_F(AirTrafficWire, AProfileWithoutAirTrafficStillAnswers) {
     start("<plist version=\"1.0\"><dict/></plist>");
     command("PowerAssertion");
-    EXPECT_EQ(nextCommand(), "Ping");
     plist_t m = nullptr;
     ASSERT_EQ(nextCommand(&m), "AssetMetrics");
     EXPECT_EQ(plist_get_node_type(plist_dict_get_item(m, "Params")), PLIST_DICT);

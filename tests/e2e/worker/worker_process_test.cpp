@@ -67,8 +67,16 @@ protected:
 };
 
 TEST_F(WorkerProcess, ConnectsAndDropsUnknownCommandsWithoutAnswerOrHarm) {
+    // No usbmuxd to reach: the monitor's start failure is the one event.
+    options.environment["USBMUXD_SOCKET_ADDRESS"] = "UNIX:" + (temp / "no-usbmuxd").string();
     ASSERT_GT(link.startWorker(options), 0);
     ASSERT_TRUE(link.acceptWorker(5s));
+    auto failed = link.nextEvent(5s);
+    ASSERT_TRUE(failed.has_value());
+    EXPECT_EQ(failed->frame.commandType, 14u);
+    EXPECT_EQ(failed->frame.packetStatus, 1);
+    EXPECT_EQ(failed->frame.taskId, 0u);
+    EXPECT_EQ(failed->code, 0);
 
     ASSERT_TRUE(link.sendCommand(1, 99999, "{\"uuid\":\"\"}"));
     // Garbage, a frame with an absurd length, a zero-length frame: all dropped.
@@ -104,6 +112,18 @@ TEST_F(WorkerProcess, EndsWithinASecondOfItsParentAndRemovesItsWorkFolder) {
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_FALSE(fs::exists(work));
+}
+
+TEST_F(WorkerProcess, AMissingDeviceProviderIsReportedAsABindingFailure) {
+    options.environment["ZEBRELO_DEVICE_PROVIDER"] = (temp / "missing-provider.so").string();
+    ASSERT_GT(link.startWorker(options), 0);
+    ASSERT_TRUE(link.acceptWorker(5s));
+    auto failed = link.nextEvent(5s);
+    ASSERT_TRUE(failed.has_value());
+    EXPECT_EQ(failed->frame.commandType, 9u);
+    EXPECT_EQ(failed->frame.packetStatus, 1);
+    // Without devices the worker stays up and keeps its link.
+    EXPECT_FALSE(link.waitWorkerExit(300ms));
 }
 
 TEST_F(WorkerProcess, AParentThatDoesNotExistEndsTheWorkerAtOnce) {

@@ -102,9 +102,9 @@ void readAssetMetrics(AMDServiceConnectionRef atc, StorageReport& report) {
         // A frame longer than the transfer buffer is not a message we take.
         if (length > kTransferBufferSize) return;
         if (!receiveExact(atc, buffer, length)) return;
-        std::string xml;
-        DecodeToXml(buffer, length, xml);
-        const std::string command = FirstValueText(xml);
+        // The message's name, its first value, read before a full decoding.
+        std::string command;
+        DecodeToXml(buffer, length, command);
         if (command == "IdleExit" || command == "Ping") return;
         if (command == "AssetMetrics") {
             report.mode = 1;

@@ -1,0 +1,226 @@
+// Commands 15, 300, 303 and 600 against simulated devices.
+#include "sim_harness.h"
+
+#include <plist/plist.h>
+#include <rapidjson/document.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+using namespace std::chrono_literals;
+using e2e::Simulator;
+using e2e::Worker;
+using zparent::Event;
+
+namespace {
+
+struct ReadyDevice {
+    std::unique_ptr<Simulator> sim;
+    std::unique_ptr<Worker> worker;
+    std::string udid;
+    int64_t handle = 0;
+};
+
+// A simulator with the given profiles, a worker, and the first device ready.
+ReadyDevice startWith(const std::vector<std::string>& profiles) {
+    ReadyDevice ready;
+    std::vector<std::string> args;
+    for (const auto& profile : profiles) {
+        args.push_back("--profile");
+        args.push_back(profile);
+    }
+    ready.sim = std::make_unique<Simulator>(args);
+    ready.worker = std::make_unique<Worker>(*ready.sim);
+    auto event = ready.worker->waitFor([](const Event& e) { return e.frame.commandType == 1; });
+    if (event) {
+        ready.udid = event->uuid;
+        ready.handle = event->code;
+    }
+    return ready;
+}
+
+rapidjson::Document parse(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse(text.c_str());
+    return document;
+}
+
+// The AirTraffic metrics a profile gives, to check the storage object by:
+// a kind's own figure, or with `withSubKinds` its own plus its sub-kinds'.
+int64_t profileMetric(const std::string& profile, const std::string& kind, const char* field, bool withSubKinds = false) {
+    std::ifstream in(profile + "/profile.plist");
+    std::stringstream text;
+    text << in.rdbuf();
+    const std::string xml = text.str();
+    plist_t root = nullptr;
+    plist_from_xml(xml.data(), static_cast<uint32_t>(xml.size()), &root);
+    plist_t group = plist_access_path(root, 3, "AirTraffic", "AssetMetrics", kind.c_str());
+    auto read = [](plist_t node) {
+        uint64_t value = 0;
+        if (node && plist_get_node_type(node) == PLIST_UINT) plist_get_uint_val(node, &value);
+        return static_cast<int64_t>(value);
+    };
+    int64_t total = read(group && field ? plist_dict_get_item(group, field) : group);
+    if (withSubKinds && group && plist_get_node_type(group) == PLIST_DICT) {
+        plist_dict_iter it = nullptr;
+        plist_dict_new_iter(group, &it);
+        char* key = nullptr;
+        plist_t sub = nullptr;
+        for (plist_dict_next_item(group, it, &key, &sub); sub; plist_dict_next_item(group, it, &key, &sub)) {
+            if (plist_get_node_type(sub) == PLIST_DICT) total += read(plist_dict_get_item(sub, field));
+            free(key);
+        }
+        free(it);
+    }
+    plist_free(root);
+    return total;
+}
+
+TEST(Overview, ThreePacketsInOrderWithMembersFromTheDevice) {
+    const std::string profile = e2e::profileDir("iphone13-ios17");
+    ReadyDevice device = startWith({profile});
+    ASSERT_FALSE(device.udid.empty());
+    auto events = device.worker->run(300, e2e::commandJson(device.udid));
+    ASSERT_EQ(events.size(), 3u);
+    for (const Event& e : events) EXPECT_EQ(e.frame.commandType, 300u);
+    EXPECT_EQ(events[0].frame.packetStatus, 2);
+    EXPECT_EQ(events[1].frame.packetStatus, 2);
+    EXPECT_EQ(events[2].frame.packetStatus, 1);
+    EXPECT_EQ(events[2].code, 0);
+
+    rapidjson::Document first = parse(events[0].tail);
+    ASSERT_TRUE(first.IsObject()) << events[0].tail;
+    EXPECT_STREQ(first["UniqueDeviceID"].GetString(), device.udid.c_str());
+    EXPECT_STREQ(first["ProductVersion"].GetString(), "17.5.1");
+    EXPECT_STREQ(first["DeviceClass"].GetString(), "iPhone");
+    // Flags travel as numbers, never as JSON booleans.
+    ASSERT_TRUE(first.HasMember("PasswordProtected"));
+    EXPECT_TRUE(first["PasswordProtected"].IsInt());
+    EXPECT_TRUE(first["BatteryIsCharging"].IsInt());
+    EXPECT_TRUE(first["TimeIntervalSince1970"].IsInt64());
+    EXPECT_TRUE(first["SupportedDeviceFamilies"].IsArray());
+    EXPECT_EQ(first["IsJailbreak"].GetInt(), 0);
+    EXPECT_TRUE(first.HasMember("TotalDiskCapacity"));
+    std::string last;
+    for (auto& member : first.GetObject()) last = member.name.GetString();
+    EXPECT_EQ(last, "IsJailbreak");
+
+    rapidjson::Document storage = parse(events[1].tail);
+    ASSERT_TRUE(storage.IsObject()) << events[1].tail;
+    EXPECT_TRUE(storage.HasMember("CycleCount"));
+    EXPECT_EQ(storage["Data_PhysicalSize"].GetInt64(), profileMetric(profile, "_PhysicalSize", nullptr));
+    EXPECT_EQ(storage["Data_FreeSize"].GetInt64(), profileMetric(profile, "_FreeSize", nullptr));
+    EXPECT_EQ(storage["Application_Count"].GetInt64(), profileMetric(profile, "Application", "_Count"));
+    // A kind's figures add its sub-kinds' to its own.
+    EXPECT_EQ(storage["Photo_Count"].GetInt64(), profileMetric(profile, "Photo", "_Count", true));
+    // Sub-kinds count as kinds of their own: Music inside Media, CameraRoll
+    // inside Photo; what has no place of its own comes as an extra pair.
+    EXPECT_EQ(storage["Music_Count"].GetInt64(), 198);
+    EXPECT_EQ(storage["CameraRoll_Count"].GetInt64(), 384);
+    EXPECT_EQ(storage["Media_Count"].GetInt64(), profileMetric(profile, "Media", "_Count", true));
+    EXPECT_EQ(storage["Media_PhysicalSize"].GetInt64(), profileMetric(profile, "Media", "_PhysicalSize", true));
+    int64_t kinds = 0;
+    for (const char* kind : {"Application", "Photo", "CameraRoll", "Movie", "Book", "Music", "Ringtone"})
+        kinds += storage[(std::string(kind) + "_PhysicalSize").c_str()].GetInt64();
+    EXPECT_EQ(storage["Data_Others_PhysicalSize"].GetInt64(),
+              storage["Data_PhysicalSize"].GetInt64() - storage["Data_FreeSize"].GetInt64() - kinds);
+}
+
+TEST(Overview, JailbreakMissingValuesIdleExitAndUnknownKinds) {
+    e2e::ProfileVariant quiet("ipad-air-ios15", {{"<string>metrics</string>", "<string>idleexit</string>"}});
+    e2e::ProfileVariant extra("iphonex-ios14-jailbroken",
+                              {{"<key>AssetMetrics</key>\n\t\t<dict>",
+                                "<key>AssetMetrics</key>\n\t\t<dict>\n\t\t\t<key>Widget</key><dict><key>_Count</key>"
+                                "<integer>3</integer><key>_PhysicalSize</key><integer>100</integer></dict>"}});
+    ReadyDevice pad = startWith({quiet.path()});
+    ASSERT_FALSE(pad.udid.empty());
+    auto events = pad.worker->run(300, e2e::commandJson(pad.udid));
+    ASSERT_EQ(events.size(), 3u);
+    rapidjson::Document first = parse(events[0].tail);
+    EXPECT_FALSE(first.HasMember("PhoneNumber")) << "an iPad without telephony has no phone number";
+    EXPECT_FALSE(first.HasMember("InternationalMobileEquipmentIdentity"));
+    rapidjson::Document storage = parse(events[1].tail);
+    for (auto& member : storage.GetObject())
+        if (std::string(member.name.GetString()) != "CycleCount") EXPECT_EQ(member.value.GetInt64(), 0) << member.name.GetString();
+
+    ReadyDevice jailbroken = startWith({extra.path()});
+    ASSERT_FALSE(jailbroken.udid.empty());
+    events = jailbroken.worker->run(300, e2e::commandJson(jailbroken.udid));
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(parse(events[0].tail)["IsJailbreak"].GetInt(), 1);
+    storage = parse(events[1].tail);
+    ASSERT_TRUE(storage.HasMember("Widget_Count")) << events[1].tail;
+    EXPECT_EQ(storage["Widget_Count"].GetInt64(), 3);
+    EXPECT_EQ(storage["Widget_PhysicalSize"].GetInt64(), 100);
+}
+
+TEST(Commands, RenameReadyCheckVersionsAndBadInput) {
+    ReadyDevice device = startWith({e2e::profileDir("iphone13-ios17")});
+    ASSERT_FALSE(device.udid.empty());
+    Worker& worker = *device.worker;
+
+    auto renamed = worker.run(303, e2e::commandJson(device.udid), std::string("{\"name\":\"Kitchen Phone\"}"));
+    ASSERT_FALSE(renamed.empty());
+    EXPECT_EQ(renamed.back().code, 0);
+    EXPECT_NE(device.sim->control("list").find("Kitchen%20Phone"), std::string::npos) << device.sim->control("list");
+
+    // A payload of version 2 does nothing and answers 0.
+    zparent::Frame frame;
+    frame.taskId = worker.nextTaskId();
+    frame.commandType = 303;
+    frame.payload = std::string("2\0", 2) + e2e::commandJson(device.udid) + std::string("\0", 1);
+    ASSERT_TRUE(worker.link.send(zparent::encodeFrame(frame)));
+    auto answer = worker.waitFor([&](const Event& e) { return e.frame.taskId == frame.taskId; });
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->code, 0);
+
+    EXPECT_EQ(worker.run(15, e2e::commandJson(device.udid)).back().code, 0);
+    EXPECT_EQ(worker.run(15, e2e::commandJson("", device.handle)).back().code, 0) << "the handle finds it too";
+    auto unknown = worker.run(300, e2e::commandJson("0000-NOT-A-DEVICE"));
+    EXPECT_EQ(unknown.back().code, 7);
+    EXPECT_EQ(unknown.back().frame.packetStatus, 6);
+    auto bad = worker.run(300, "{\"uuid\":");
+    EXPECT_EQ(bad.back().code, 21);
+    EXPECT_EQ(bad.back().uuid, "");
+    EXPECT_EQ(worker.run(303, e2e::commandJson(device.udid), std::string("not json")).back().code, 8);
+}
+
+TEST(Commands, CancelAnswersForUnknownTasksAndGoneDevices) {
+    ReadyDevice device = startWith({e2e::profileDir("iphone13-ios17")});
+    ASSERT_FALSE(device.udid.empty());
+    Worker& worker = *device.worker;
+    EXPECT_EQ(worker.run(600, e2e::commandJson(device.udid, 987654)).back().code, 0);
+    EXPECT_EQ(worker.run(600, e2e::commandJson("", 987654)).back().code, 0);
+    ASSERT_EQ(device.sim->control("detach " + device.udid), "ok");
+    ASSERT_TRUE(worker.waitFor([](const Event& e) { return e.frame.commandType == 8; }));
+    auto gone = worker.run(600, e2e::commandJson(device.udid, 1));
+    EXPECT_EQ(gone.back().code, 7);
+}
+
+TEST(Commands, TwoDevicesAnswerInterleavedCommands) {
+    ReadyDevice pair = startWith({e2e::profileDir("iphone13-ios17"), e2e::profileDir("iphone6s-ios9")});
+    ASSERT_FALSE(pair.udid.empty());
+    auto second = pair.worker->waitFor([&](const Event& e) { return e.frame.commandType == 1 && e.uuid != pair.udid; });
+    ASSERT_TRUE(second);
+    Worker& worker = *pair.worker;
+    const uint64_t firstTask = worker.nextTaskId();
+    const uint64_t secondTask = worker.nextTaskId();
+    ASSERT_TRUE(worker.link.sendCommand(firstTask, 300, e2e::commandJson(pair.udid)));
+    ASSERT_TRUE(worker.link.sendCommand(secondTask, 300, e2e::commandJson(second->uuid)));
+    std::map<uint64_t, std::vector<Event>> byTask;
+    for (int done = 0; done < 2;) {
+        auto event = worker.waitFor([&](const Event& e) { return e.frame.taskId == firstTask || e.frame.taskId == secondTask; }, 30s);
+        ASSERT_TRUE(event);
+        byTask[event->frame.taskId].push_back(*event);
+        done += zparent::isFinalReport(*event);
+    }
+    ASSERT_EQ(byTask[firstTask].size(), 3u);
+    ASSERT_EQ(byTask[secondTask].size(), 3u);
+    EXPECT_STREQ(parse(byTask[firstTask][0].tail)["UniqueDeviceID"].GetString(), pair.udid.c_str());
+    EXPECT_STREQ(parse(byTask[secondTask][0].tail)["ProductVersion"].GetString(), "9.3.5");
+}
+
+}  // namespace
