@@ -1,0 +1,48 @@
+#include "zeb_afc_piece_store.h"
+
+#include "zeb_afc.h"
+
+namespace {
+CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
+}  // namespace
+
+bool AfcPieceStore::fileSize(const std::string& path, int64_t& size) {
+    AfcFileInfo info;
+    if (!zeb::AfcGetFileInfo(afc(), path, info)) return false;
+    size = info.size;
+    return true;
+}
+
+FileStoreRef AfcPieceStore::openRead(const std::string& path) { return zeb::AfcOpenRead(afc(), path); }
+
+FileStoreRef AfcPieceStore::openWrite(const std::string& path) { return zeb::AfcOpenWrite(afc(), path); }
+
+bool AfcPieceStore::setFileSize(FileStoreRef file, uint64_t size) {
+    return api().AFCFileRefSetFileSize(afc(), file, size) == 0;
+}
+
+bool AfcPieceStore::seek(FileStoreRef file, int64_t offset) { return zeb::AfcSeek(afc(), file, offset, 0) == 0; }
+
+uint32_t AfcPieceStore::read(FileStoreRef file, void* buffer, uint32_t length) {
+    // AFC may hand back less than asked; a piece is read whole.
+    uint32_t total = 0;
+    auto* bytes = static_cast<unsigned char*>(buffer);
+    while (total < length) {
+        uint32_t got = zeb::AfcRead(afc(), file, bytes + total, length - total);
+        if (got == 0) break;
+        total += got;
+    }
+    return total;
+}
+
+uint32_t AfcPieceStore::write(FileStoreRef file, const void* buffer, uint32_t length) {
+    return zeb::AfcWrite(afc(), file, buffer, length);
+}
+
+void AfcPieceStore::close(FileStoreRef file) { zeb::AfcClose(afc(), file); }
+
+bool AfcPieceStore::remove(const std::string& path) { return zeb::AfcRemoveFile(afc(), path); }
+
+bool AfcPieceStore::rename(const std::string& from, const std::string& to) {
+    return api().AFCRenamePath(afc(), from.c_str(), to.c_str()) == 0;
+}

@@ -1,0 +1,88 @@
+#include "zeb_file_transfer.h"
+
+#include "zeb_afc_piece_store.h"
+
+namespace zeb {
+
+FileTransfer& transferOf(DhTask& task) {
+    if (!task.owned) task.owned = std::make_shared<FileTransfer>();
+    return *static_cast<FileTransfer*>(task.owned.get());
+}
+
+void releaseTransfer(void* task) {
+    auto* owner = static_cast<DhTask*>(task);
+    if (!owner || !owner->owned) return;
+    FileTransfer& transfer = *static_cast<FileTransfer*>(owner->owned.get());
+    transfer.filePacket.reset();
+    transfer.connection.reset();
+}
+
+std::shared_ptr<AfcPieceStore> openPieceStore(ZEBDevice& device) {
+    int32_t error = 0;
+    ServicePtr service = StartService(device.handle, error, "com.apple.afc", nullptr, true);
+    if (!service || !service->afc) return nullptr;
+    return std::make_shared<AfcPieceStore>(std::move(service));
+}
+
+}  // namespace zeb
+
+#include "zeb_client.h"
+
+namespace zeb {
+
+FileTransfer takeTransfer(DhTask& task) {
+    FileTransfer taken;
+    if (!task.owned) return taken;
+    FileTransfer& transfer = transferOf(task);
+    taken.filePacket = std::move(transfer.filePacket);
+    taken.connection = std::move(transfer.connection);
+    return taken;
+}
+
+bool beginTransferPacket(CommandContext& context) {
+    FileTransfer dropped;  // released after the lock
+    TaskTable& table = context.device->taskTable;
+    std::lock_guard<std::mutex> hold(table.lock);
+    DhTask* task = context.task;
+    if (!task) return false;
+    if (task->state == kTaskCancelled) {
+        if (task->cancelAction) {
+            auto action = task->cancelAction;
+            task->cancelAction = nullptr;
+            action(task->cancelData);
+        }
+        return false;
+    }
+    if (context.packet->packetStatus == 1) {
+        // The parent abandons the transfer: nothing of it is kept open.
+        dropped = takeTransfer(*task);
+        return false;
+    }
+    return true;
+}
+
+void sendTransferEvent(const CommandContext& context, int32_t stage, int32_t type, uint16_t packetStatus,
+                       const char* info, const void* tail, size_t tailLength) {
+    EventEnvelope envelope;
+    envelope.version = 1;
+    envelope.stage = stage;
+    envelope.code = 0;
+    envelope.uuid = context.device->udid.empty() ? context.uuid.c_str() : context.device->udid.c_str();
+    envelope.type = type;
+    envelope.info = info;
+    envelope.tail = tail;
+    envelope.tailLength = tailLength;
+    IPCPacket1 frame{};
+    frame.taskId = context.packet->taskId;
+    frame.commandType = context.packet->commandType;
+    frame.packetStatus = packetStatus;
+    ZEBClient::instance()->sendEvent(envelope, &frame);
+}
+
+int64_t transferStage(const CommandContext& context) {
+    auto stage = context.json.FindMember("stage");
+    if (stage == context.json.MemberEnd() || !stage->value.IsInt64()) return 0;
+    return stage->value.GetInt64();
+}
+
+}  // namespace zeb
