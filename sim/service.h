@@ -44,6 +44,9 @@ struct ServiceContext {
     // Root of "com.apple.afc2": the whole device tree; empty unless the
     // device is jailbroken.
     std::filesystem::path systemRoot;
+    // The device's own folder in the state folder, for services that keep
+    // device memory beyond the media partition (installed apps).
+    std::filesystem::path stateDir;
     // The device's profile dictionary, read-only for services (its
     // "Behaviours" and "Metrics" keys are documented in sim/README.md).
     plist_t profile = nullptr;

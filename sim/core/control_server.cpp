@@ -92,6 +92,12 @@ std::string runControlCommand(const std::string& line, DeviceHub& hub) {
         device->stalled.store(args[2] == "on");
         return "ok";
     }
+    if (cmd == "refuse-service") {
+        if (args.size() < 4 || (args[3] != "on" && args[3] != "off"))
+            return "error: refuse-service needs a service name and on or off";
+        device->setServiceRefused(args[2], args[3] == "on");
+        return "ok";
+    }
     return "error: unknown command " + cmd;
 }
 

@@ -176,11 +176,25 @@ size_t Device::openConnections() {
     return connections_.size();
 }
 
+void Device::setServiceRefused(const std::string& service, bool refused) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (refused)
+        refusedServices_.insert(service);
+    else
+        refusedServices_.erase(service);
+}
+
+bool Device::isServiceRefused(const std::string& service) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return refusedServices_.count(service) != 0;
+}
+
 ServiceContext Device::serviceContext(const std::atomic<bool>* closing) const {
     ServiceContext ctx;
     ctx.udid = udid_;
     ctx.mediaRoot = mediaRoot_;
     ctx.systemRoot = systemRoot_;
+    ctx.stateDir = stateDir_;
     ctx.profile = profile_.get();
     ctx.stalled = &stalled;
     ctx.closing = closing;

@@ -88,6 +88,10 @@ public:
     void breakConnections();
     size_t openConnections();
 
+    // Services the control channel made StartService refuse.
+    void setServiceRefused(const std::string& service, bool refused);
+    bool isServiceRefused(const std::string& service);
+
     std::atomic<bool> stalled{false};
     ServiceContext serviceContext(const std::atomic<bool>* closing) const;
     plist_t profile() const { return profile_.get(); }
@@ -117,6 +121,7 @@ private:
     std::string networkAddress_;
     uint16_t nextPort_ = 0;
     std::map<int, std::shared_ptr<std::atomic<bool>>> connections_;
+    std::set<std::string> refusedServices_;
 };
 
 }  // namespace zsim

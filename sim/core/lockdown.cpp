@@ -222,6 +222,12 @@ private:
             plist_dict_set_item(a.get(), "Error", plist_new_string("InvalidService"));
             return send(a.get());
         }
+        if (device_.isServiceRefused(service)) {
+            PlistPtr a = answerFor("StartService");
+            plist_dict_set_item(a.get(), "Service", plist_new_string(service.c_str()));
+            plist_dict_set_item(a.get(), "Error", plist_new_string("ServiceProhibited"));
+            return send(a.get());
+        }
         uint16_t port = device_.openServicePort(service);
         PlistPtr a = answerFor("StartService");
         plist_dict_set_item(a.get(), "Service", plist_new_string(service.c_str()));
