@@ -1,6 +1,7 @@
 // zebrelo-ctl: the reference parent. It starts the worker as a parent
 // would and turns commands and events into a command-line tool.
 #include "zctl_device_commands.h"
+#include "zctl_file_commands.h"
 #include "zeb_parent_link.h"
 
 #include <unistd.h>
@@ -26,6 +27,10 @@ void usage() {
             "       zebrelo-ctl [options] info [UDID]\n"
             "       zebrelo-ctl [options] rename UDID NAME\n"
             "       zebrelo-ctl [options] cancel UDID TASKID\n"
+            "       zebrelo-ctl [options] ls UDID PATH\n"
+            "       zebrelo-ctl [options] pull UDID DEVICE-PATH [LOCAL] [--resume]\n"
+            "       zebrelo-ctl [options] push UDID LOCAL DEVICE-FOLDER\n"
+            "       zebrelo-ctl [options] copy UDID DEVICE-PATH... --to FOLDER\n"
             "\n"
             "  watch    start the worker and print every event as one JSON line until\n"
             "           interrupted or the worker ends\n"
@@ -36,6 +41,12 @@ void usage() {
             "           unless a UDID is given); --json prints the two objects\n"
             "  rename   give a device a new name\n"
             "  cancel   cancel a running command of a device\n"
+            "  ls       list a device folder\n"
+            "  pull     copy a device file here piece by piece with a progress bar;\n"
+            "           --resume continues into LOCAL.part where an earlier pull stopped\n"
+            "  push     copy a local file into a device folder piece by piece; an upload\n"
+            "           cut off by a crash or an unplugging resumes on the device\n"
+            "  copy     copy device files and folders (.epub folders as zip) into FOLDER\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
@@ -169,7 +180,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
-    if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb)) {
+    if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -182,6 +193,10 @@ int main(int argc, char** argv) {
     if (!bringUpLink(link, options)) return 1;
     if (verb == "watch") return watch(link);
     if (verb == "raw") return raw(link, options);
+    if (zctl::isFileVerb(verb)) {
+        zctl::FileOptions fileOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runFileVerb(link, verb, fileOptions);
+    }
     zctl::DeviceOptions deviceOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
     return zctl::runDeviceVerb(link, verb, deviceOptions);
 }
