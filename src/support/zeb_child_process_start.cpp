@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 namespace zeb {
@@ -125,6 +126,9 @@ SuspendedProcess startSuspended(const std::string& path, const std::vector<std::
 bool runElevated(const std::string& path, const std::vector<std::string>& arguments) {
     std::string program = findProgram(path);
     if (program.empty()) return false;
+    // pkexec takes only absolute paths.
+    std::error_code error;
+    program = std::filesystem::absolute(program, error).string();
     if (geteuid() == 0) {
         SuspendedProcess child = startSuspended(program, arguments);
         return child.valid() && child.resume();

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 
 namespace zeb {
 
@@ -47,8 +48,15 @@ int64_t steadySeconds() {
 
 }  // namespace
 
+static Easy newEasy() {
+    // Global set-up once, before any thread makes a handle.
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    return Easy(curl_easy_init());
+}
+
 uint64_t remoteFileSize(const std::string& url) {
-    Easy curl(curl_easy_init());
+    Easy curl = newEasy();
     if (!curl) return 0;
     std::string headers;
     commonOptions(curl.get(), url);
@@ -68,7 +76,7 @@ uint64_t remoteFileSize(const std::string& url) {
 }
 
 int fetchUrl(const std::string& url, WriteFunction writeFunction, void* userData) {
-    Easy curl(curl_easy_init());
+    Easy curl = newEasy();
     if (!curl) return CURLE_FAILED_INIT;
     commonOptions(curl.get(), url);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, writeFunction);
