@@ -15,7 +15,13 @@ bool AfcPieceStore::fileSize(const std::string& path, int64_t& size) {
 
 FileStoreRef AfcPieceStore::openRead(const std::string& path) { return zeb::AfcOpenRead(afc(), path); }
 
-FileStoreRef AfcPieceStore::openWrite(const std::string& path) { return zeb::AfcOpenWrite(afc(), path); }
+FileStoreRef AfcPieceStore::openWrite(const std::string& path) {
+    // Read-write without emptying: a resumed upload keeps the pieces its
+    // temporary file already holds. (The plain write mode empties the file.)
+    constexpr uint64_t kModeReadWriteKeep = 3;
+    AFCFileRef file = 0;
+    return api().AFCFileRefOpen(afc(), path.c_str(), kModeReadWriteKeep, &file) == 0 ? file : 0;
+}
 
 bool AfcPieceStore::setFileSize(FileStoreRef file, uint64_t size) {
     return api().AFCFileRefSetFileSize(afc(), file, size) == 0;

@@ -94,6 +94,8 @@ void receivePiece(CommandContext& context) {
     packet.buffer = const_cast<unsigned char*>(context.tail);
     packet.buffer_size = context.tailLength;
     if (!writer->file || writer->write(packet) != kWriterReady) return;
+    // Fewer bytes than the piece info claims: kept, but not answered.
+    if (static_cast<int64_t>(packet.buffer_size) < packet.offset_length) return;
     {
         // A cancel during the piece: the last share, dropped here, removes the files.
         std::lock_guard<std::mutex> hold(table.lock);
