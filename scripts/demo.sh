@@ -38,8 +38,15 @@ for key in DeviceName ProductType ProductVersion SerialNumber; do
   printf '%-15s %s\n' "$key" "$(ideviceinfo -u "$udid" -k "$key")"
 done
 
-step "The worker under the reference parent: the link comes up"
-echo "\$ zebrelo-ctl --usbmuxd $work/usbmuxd.sock raw 600 '{\"uuid\":\"$udid\",\"code\":1}'"
-"$bin/zebrelo-ctl" --usbmuxd "$work/usbmuxd.sock" --timeout 3 raw 600 "{\"uuid\":\"$udid\",\"code\":1}" || true
+ctl=("$bin/zebrelo-ctl" --usbmuxd "$work/usbmuxd.sock" --timeout 60)
+
+step "The worker under the reference parent: what the device is and what fills it"
+echo "\$ zebrelo-ctl info"
+"${ctl[@]}" info
+
+step "Renaming the device through the worker; the stock tool sees the new name"
+echo "\$ zebrelo-ctl rename $udid 'Demo iPhone'"
+"${ctl[@]}" rename "$udid" "Demo iPhone"
+echo "\$ ideviceinfo -k DeviceName"; ideviceinfo -u "$udid" -k DeviceName
 
 step "Done"
