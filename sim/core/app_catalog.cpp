@@ -207,10 +207,10 @@ PlistPtr systemApp(plist_t entry, const std::string& iosVersion) {
 
 // "Generate": {Count, IdentifierPrefix, NamePrefix} made-up store apps, so a
 // profile with a thousand apps stays a few lines long.
-void generateApps(plist_t spec, const std::string& appleId, unsigned iosMajor, std::vector<PlistPtr>& out) {
-    const uint64_t count = std::min<uint64_t>(dictUInt(spec, "Count").value_or(0), 100000);
-    const std::string prefix = dictString(spec, "IdentifierPrefix").value_or("com.example.generated");
-    const std::string namePrefix = dictString(spec, "NamePrefix").value_or("App");
+void generateApps(plist_t recipe, const std::string& appleId, unsigned iosMajor, std::vector<PlistPtr>& out) {
+    const uint64_t count = std::min<uint64_t>(dictUInt(recipe, "Count").value_or(0), 100000);
+    const std::string prefix = dictString(recipe, "IdentifierPrefix").value_or("com.example.generated");
+    const std::string namePrefix = dictString(recipe, "NamePrefix").value_or("App");
     for (uint64_t i = 1; i <= count; ++i) {
         char number[16];
         snprintf(number, sizeof number, "%04llu", static_cast<unsigned long long>(i));
@@ -244,7 +244,7 @@ std::vector<PlistPtr> appsFromProfile(plist_t profile) {
     forEachEntry(plist_dict_get_item(apps, "User"), [&](plist_t entry) {
         if (PlistPtr app = userApp(entry, appleId, iosMajor)) out.push_back(std::move(app));
     });
-    if (plist_t spec = dictDict(apps, "Generate")) generateApps(spec, appleId, iosMajor, out);
+    if (plist_t recipe = dictDict(apps, "Generate")) generateApps(recipe, appleId, iosMajor, out);
     forEachEntry(plist_dict_get_item(apps, "System"), [&](plist_t entry) {
         if (PlistPtr app = systemApp(entry, iosVersion)) out.push_back(std::move(app));
     });
