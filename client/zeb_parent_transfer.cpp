@@ -406,6 +406,7 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
             // A resumed upload starts further on: what lies before was kept.
             result.skipped = offset;
             first = false;
+            if (options.progress) options.progress(offset, result.size);
         }
         bytes.resize(static_cast<size_t>(length));
         ssize_t got = pread(fd, bytes.data(), bytes.size(), offset);
