@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 using namespace std::chrono_literals;
 using e2e::Simulator;
@@ -198,6 +199,22 @@ TEST(Commands, CancelAnswersForUnknownTasksAndGoneDevices) {
     ASSERT_TRUE(worker.waitFor([](const Event& e) { return e.frame.commandType == 8; }));
     auto gone = worker.run(600, e2e::commandJson(device.udid, 1));
     EXPECT_EQ(gone.back().code, 7);
+}
+
+TEST(Commands, ADevicePulledOutDuringTheOverviewEndsTheCommandAndTheWorkerStays) {
+    ReadyDevice device = startWith({e2e::profileDir("iphone13-ios17")});
+    ASSERT_FALSE(device.udid.empty());
+    Worker& worker = *device.worker;
+    ASSERT_EQ(device.sim->control("stall " + device.udid + " on"), "ok");
+    const uint64_t taskId = worker.nextTaskId();
+    ASSERT_TRUE(worker.link.sendCommand(taskId, 300, e2e::commandJson(device.udid)));
+    std::this_thread::sleep_for(500ms);
+    ASSERT_EQ(device.sim->control("detach " + device.udid), "ok");
+    auto report = worker.waitFor([&](const Event& e) { return e.frame.taskId == taskId && zparent::isFinalReport(e); }, 60s);
+    ASSERT_TRUE(report) << "the overview never ended";
+    ASSERT_TRUE(worker.waitFor([](const Event& e) { return e.frame.commandType == 8; }, 20s));
+    // Still answering: a command for the gone device gets its 7.
+    EXPECT_EQ(worker.run(300, e2e::commandJson(device.udid)).back().code, 7);
 }
 
 TEST(Commands, TwoDevicesAnswerInterleavedCommands) {
