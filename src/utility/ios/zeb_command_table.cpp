@@ -1,6 +1,7 @@
 #include "zeb_command_table.h"
 
 #include "zeb_module.h"
+#include "zeb_module_app.h"
 #include "zeb_module_basicinfo.h"
 #include "zeb_module_control.h"
 #include "zeb_module_file.h"
@@ -31,6 +32,7 @@ void buildCommandTable() {
         // Built in this order; each module object serves all its numbers.
         auto* table = new Table;
         enter(*table, new ZEBModuleBasicInfo, {300, 303, 15});
+        enter(*table, new ZEBModuleApp, {501, 502, 504, 505, 506});
         enter(*table, new ZEBModuleFile, {701, 702, 703, 704});
         enter(*table, new ZEBModuleControl, {600});
         commandTable.store(table);
