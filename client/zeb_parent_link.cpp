@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -107,6 +108,8 @@ bool ParentLink::acceptWorker(std::chrono::milliseconds timeout) {
     if (poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) return false;
     connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     linkClosed = connection < 0;
+    int on = 1;  // requests are small: none waits for a delayed acknowledgement
+    if (connection >= 0) setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return connection >= 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,6 +17,10 @@
 namespace bas {
 
 namespace {
+
+// How many 4096-byte reads one wake-up may take from a busy socket before
+// the other sockets get their turn.
+constexpr int kReadsPerWakeup = 256;
 
 // One mutex per socket for sends, shared by every channel and never
 // destroyed, so a pointer to it stays good after the socket has gone.
@@ -35,6 +40,13 @@ SocketRecord* newRecord(int fd, int port, const char* host, int accepted) {
     record->host = host ? strdup(host) : nullptr;
     record->accepted = accepted;
     return record;
+}
+
+// An event goes out as two sends (text, then tail); with Nagle's delay the
+// second would wait for the peer's delayed acknowledgement.
+void noDelay(int fd) {
+    int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 sockaddr_in loopback(uint16_t networkOrderPort) {
@@ -117,6 +129,7 @@ SocketRecord* IPCChannel::connect(int port) {
         ::close(fd);
         return nullptr;
     }
+    noDelay(fd);
     SocketRecord* record = newRecord(fd, port, "127.0.0.1", 0);
     addSocket(record);
     std::lock_guard<std::mutex> hold(threadsLock);
@@ -237,24 +250,33 @@ void IPCChannel::receiveLoop() {
                 continue;
             }
             watched[i].revents = 0;
-            ssize_t count = ::recv(record->socket, buffer, sizeof buffer, 0);
-            if (count < 1) {
-                report(kLogText, record, 0, formatText("SelectRecv recv: readed: %ld,code: %d", count, count < 0 ? errno : 0));
-                {
-                    std::lock_guard<std::mutex> hold(lock);
-                    sockets.erase(record);
-                    watched.erase(watched.begin() + static_cast<long>(i));
-                    watchedRecords.erase(watchedRecords.begin() + static_cast<long>(i));
+            // Reads stay 4096 bytes each; while more is waiting they follow
+            // one another without a trip through poll.
+            bool gone = false;
+            for (int burst = 0; burst < kReadsPerWakeup; ++burst) {
+                ssize_t count = ::recv(record->socket, buffer, sizeof buffer, burst == 0 ? 0 : MSG_DONTWAIT);
+                if (count < 0 && burst > 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+                if (count < 1) {
+                    report(kLogText, record, 0, formatText("SelectRecv recv: readed: %ld,code: %d", count, count < 0 ? errno : 0));
+                    {
+                        std::lock_guard<std::mutex> hold(lock);
+                        sockets.erase(record);
+                        watched.erase(watched.begin() + static_cast<long>(i));
+                        watchedRecords.erase(watchedRecords.begin() + static_cast<long>(i));
+                    }
+                    if (record->closed.exchange(1) == 0) onReceive(record, nullptr, 0);
+                    gone = true;
+                    break;
                 }
-                if (record->closed.exchange(1) == 0) onReceive(record, nullptr, 0);
-                continue;
+                record->lastActivity.exchange(localSecondsNow());
+                if (count == sizeof kHeartTest && memcmp(buffer, kHeartTest, sizeof kHeartTest) == 0) {
+                    report(kLogText, record, 0, formatText("SelectRecv Heart Test Receive: %ld", 8));
+                } else {
+                    onReceive(record, buffer, static_cast<size_t>(count));
+                }
+                if (static_cast<size_t>(count) < sizeof buffer) break;  // the socket is drained
             }
-            record->lastActivity.exchange(localSecondsNow());
-            if (count == sizeof kHeartTest && memcmp(buffer, kHeartTest, sizeof kHeartTest) == 0) {
-                report(kLogText, record, 0, formatText("SelectRecv Heart Test Receive: %ld", 8));
-            } else {
-                onReceive(record, buffer, static_cast<size_t>(count));
-            }
+            if (gone) continue;
             ++i;
         }
     }
@@ -278,6 +300,7 @@ void IPCChannel::acceptLoop(SocketRecord* listener) {
             report(kLogText, nullptr, 0, "Set SO_KEEPALIVE: ON");
         // The socket stays blocking; the words of the log line are historic.
         report(kLogText, nullptr, 0, "Set ioctlsocket : FIONBIO ON");
+        noDelay(fd);
         SocketRecord* record = newRecord(fd, listener->port, nullptr, 1);
         addSocket(record);
         report(kAccepted, record, 0, {});
