@@ -1,5 +1,6 @@
 // zebrelo-ctl: the reference parent. It starts the worker as a parent
 // would and turns commands and events into a command-line tool.
+#include "zctl_app_commands.h"
 #include "zctl_device_commands.h"
 #include "zctl_file_commands.h"
 #include "zeb_parent_link.h"
@@ -31,6 +32,11 @@ void usage() {
             "       zebrelo-ctl [options] pull UDID DEVICE-PATH [LOCAL] [--resume]\n"
             "       zebrelo-ctl [options] push UDID LOCAL DEVICE-FOLDER\n"
             "       zebrelo-ctl [options] copy UDID DEVICE-PATH... --to FOLDER\n"
+            "       zebrelo-ctl [options] apps [UDID]\n"
+            "       zebrelo-ctl [options] icons UDID ID... [--out DIR]\n"
+            "       zebrelo-ctl [options] install UDID FILE.ipa...\n"
+            "       zebrelo-ctl [options] uninstall UDID ID...\n"
+            "       zebrelo-ctl [options] archive UDID ID...\n"
             "\n"
             "  watch    start the worker and print every event as one JSON line until\n"
             "           interrupted or the worker ends\n"
@@ -47,6 +53,11 @@ void usage() {
             "  push     copy a local file into a device folder piece by piece; an upload\n"
             "           cut off by a crash or an unplugging resumes on the device\n"
             "  copy     copy device files and folders (.epub folders as zip) into FOLDER\n"
+            "  apps     the user apps: identifier, name, version, app and data size\n"
+            "           (--json prints the worker's objects)\n"
+            "  icons    write the apps' icons as ID.png into DIR (default .)\n"
+            "  install  install .ipa packages, a progress bar per package\n"
+            "  uninstall, archive   remove apps, or archive them on the device\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
@@ -180,7 +191,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
-    if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb)) {
+    if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb) &&
+        !zctl::isAppVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -196,6 +208,10 @@ int main(int argc, char** argv) {
     if (zctl::isFileVerb(verb)) {
         zctl::FileOptions fileOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
         return zctl::runFileVerb(link, verb, fileOptions);
+    }
+    if (zctl::isAppVerb(verb)) {
+        zctl::AppOptions appOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runAppVerb(link, verb, appOptions);
     }
     zctl::DeviceOptions deviceOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
     return zctl::runDeviceVerb(link, verb, deviceOptions);
