@@ -49,4 +49,14 @@ echo "\$ zebrelo-ctl rename $udid 'Demo iPhone'"
 "${ctl[@]}" rename "$udid" "Demo iPhone"
 echo "\$ ideviceinfo -k DeviceName"; ideviceinfo -u "$udid" -k DeviceName
 
+step "Apps: the list, a package built here and installed, and the stock tool sees it"
+echo "\$ zebrelo-ctl apps $udid"
+"${ctl[@]}" apps "$udid" | head -12
+"$bin/make_test_ipa" "$work/demo.ipa" --id com.example.zebrelo.demo --name "Zebrelo Demo" --version 7 \
+  --short 1.0.7 --payload-bytes 2000000 --icon-url "http://127.0.0.1:1/none.png" >/dev/null
+echo "\$ zebrelo-ctl install $udid $work/demo.ipa"
+"${ctl[@]}" install "$udid" "$work/demo.ipa"
+echo "\$ ideviceinstaller -l | grep zebrelo"
+ideviceinstaller -u "$udid" -l | grep -i zebrelo
+
 step "Done"
