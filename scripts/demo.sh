@@ -49,6 +49,19 @@ echo "\$ zebrelo-ctl rename $udid 'Demo iPhone'"
 "${ctl[@]}" rename "$udid" "Demo iPhone"
 echo "\$ ideviceinfo -k DeviceName"; ideviceinfo -u "$udid" -k DeviceName
 
+step "Files: browse the camera roll, pull a photo, push a file back"
+echo "\$ zebrelo-ctl ls $udid /DCIM/100APPLE"
+"${ctl[@]}" ls "$udid" /DCIM/100APPLE
+photo=$("${ctl[@]}" ls "$udid" /DCIM/100APPLE 2>/dev/null | grep -o 'IMG_[0-9]*\.JPG' | head -1)
+echo "\$ zebrelo-ctl pull $udid /DCIM/100APPLE/$photo $work/$photo"
+"${ctl[@]}" pull "$udid" "/DCIM/100APPLE/$photo" "$work/$photo"
+file "$work/$photo" 2>/dev/null || ls -l "$work/$photo"
+head -c 3000000 /dev/urandom > "$work/notes.bin"
+echo "\$ zebrelo-ctl push $udid $work/notes.bin /Downloads/"
+"${ctl[@]}" push "$udid" "$work/notes.bin" /Downloads/
+echo "\$ zebrelo-ctl ls $udid /Downloads"
+"${ctl[@]}" ls "$udid" /Downloads
+
 step "Apps: the list, a package built here and installed, and the stock tool sees it"
 echo "\$ zebrelo-ctl apps $udid"
 "${ctl[@]}" apps "$udid" | head -12
