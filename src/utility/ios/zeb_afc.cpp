@@ -10,8 +10,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 constexpr uint64_t kModeRead = 1;
 constexpr uint64_t kModeReadWrite = 2;
 

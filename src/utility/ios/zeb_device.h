@@ -99,6 +99,9 @@ using ServicePtr = std::shared_ptr<ZEBDeviceService>;
 
 namespace zeb {
 
+// Every vendor operation goes through the one binding record.
+inline CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
+
 ConnectionPtr GetConnection(DeviceHandle handle);
 ConnectionPtr ReopenConnection(DeviceHandle handle);
 SessionPtr GetSession(DeviceHandle handle, int32_t& error);

@@ -11,7 +11,7 @@
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
+using zeb::api;
 
 const char* kLogWords[] = {"", "", "Disconnected: ", "kUnknown: ", "kTrustAuthorization: "};
 

@@ -11,7 +11,6 @@
 namespace zeb {
 
 namespace {
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
 
 void readText(DeviceHandle handle, const char* key, std::string& into) {
     PlistVariant value;

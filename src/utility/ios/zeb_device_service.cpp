@@ -11,8 +11,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 constexpr int kStartAttempts = 5;
 constexpr int32_t kPasswordProtected = static_cast<int32_t>(0xe800001a);
 const char kAfcService[] = "com.apple.afc";

@@ -8,8 +8,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 struct ConnectionCache {
     std::mutex lock;
     std::map<DeviceHandle, std::weak_ptr<ZEBDeviceConnection>> entries;

@@ -12,8 +12,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 // A null for an empty or absent text, as the copy operations take it.
 CFStringRef intern(const char* text) {
     return text && *text ? api().__CFStringMakeConstantString(text) : nullptr;

@@ -14,8 +14,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 enum class Kind { Text, Flag, Number, Families };
 
 struct Member {

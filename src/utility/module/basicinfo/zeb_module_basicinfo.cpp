@@ -12,7 +12,7 @@
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
+using zeb::api;
 
 constexpr int64_t kRenameFailed = 31;
 

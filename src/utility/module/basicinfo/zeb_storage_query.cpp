@@ -12,8 +12,6 @@ namespace zeb {
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-
 const char kCycleCountRequest[] = ZEB_PLIST_PLAIN_OLD_OWNER
     "<dict><key>EntryClass</key><string>IOPMPowerSource</string><key>Request</key><string>IORegistry</string>"
     "</dict>" ZEB_PLIST_END;

@@ -2,9 +2,7 @@
 
 #include "zeb_afc.h"
 
-namespace {
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
-}  // namespace
+using zeb::api;
 
 bool AfcPieceStore::fileSize(const std::string& path, int64_t& size) {
     AfcFileInfo info;

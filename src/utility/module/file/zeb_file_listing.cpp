@@ -12,7 +12,7 @@
 
 namespace {
 
-CMobileExportFun& api() { return CMobileExportFun::GetInstance(); }
+using zeb::api;
 
 constexpr size_t kEntriesPerEvent = 100;
 
