@@ -54,7 +54,9 @@ std::vector<std::string> workerArguments(const WorkerOptions& options, int port)
 bool isFinalReport(const Event& event) {
     if (event.stage != 0) return false;
     uint16_t status = event.frame.packetStatus;
-    return status == 1 || status == 5 || status == 6;
+    // A refused item of a longer command also stands at stage 0 with status
+    // 6, but with code 0; the report that ends with an error never has 0.
+    return status == 1 || status == 5 || (status == 6 && event.code != 0);
 }
 
 ParentLink::~ParentLink() {
