@@ -85,4 +85,19 @@ int64_t transferStage(const CommandContext& context) {
     return stage->value.GetInt64();
 }
 
+std::shared_ptr<FilePieceStore> claimTransferConnection(CommandContext& context) {
+    TaskTable& table = context.device->taskTable;
+    DhTask* task = context.task;
+    std::shared_ptr<FilePieceStore> connection;
+    {
+        std::lock_guard<std::mutex> hold(table.lock);
+        if (task->state == kTaskCancelled) return nullptr;
+        task->commandType = context.packet->commandType;
+        task->udid = context.uuid;
+        connection = transferOf(*task).connection;
+    }
+    if (!connection) connection = openPieceStore(*context.device);
+    return connection;
+}
+
 }  // namespace zeb

@@ -25,6 +25,10 @@ FileTransfer& transferOf(DhTask& task);
 void releaseTransfer(void* task);
 // The device's shared AFC service as a piece store; null when it won't start.
 std::shared_ptr<AfcPieceStore> openPieceStore(ZEBDevice& device);
+// Claims the command's task for a transfer and gives the task's connection,
+// opening one when it has none yet; null when the task stands cancelled or
+// AFC does not start.
+std::shared_ptr<FilePieceStore> claimTransferConnection(CommandContext& context);
 
 }  // namespace zeb
 

@@ -38,18 +38,8 @@ void openUpload(CommandContext& context) {
 
     TaskTable& table = context.device->taskTable;
     DhTask* task = context.task;
-    std::shared_ptr<FilePieceStore> connection;
-    {
-        std::lock_guard<std::mutex> hold(table.lock);
-        if (task->state == kTaskCancelled) return;
-        task->commandType = context.packet->commandType;
-        task->udid = context.uuid;
-        connection = zeb::transferOf(*task).connection;
-    }
-    if (!connection) {
-        connection = zeb::openPieceStore(*context.device);
-        if (!connection) return;  // 12: silence
-    }
+    std::shared_ptr<FilePieceStore> connection = zeb::claimTransferConnection(context);
+    if (!connection) return;  // cancelled, or 12: silence
     auto writer = std::make_shared<FilePacketWriter>();
     FileTransfer replaced;
     {
