@@ -29,10 +29,12 @@ bool SyncSendOnly(AMDServiceConnectionRef connection, const SyncMessage* message
     return md.AMDServiceConnectionSend(connection, message->bytes, message->length) >= 0;
 }
 
-uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handler, void* context) {
+uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handler, void* context,
+                    bool* streamLost) {
     auto& md = CMobileExportFun::GetInstance();
     uint8_t result = 0;
     if (!md.initialised || !handler) return result;
+    bool lost = true;  // until a handler ends the wait
     std::vector<uint8_t> body;  // reused across the frames of one conversation
     for (;;) {
         uint8_t prefix[4];
@@ -44,13 +46,17 @@ uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handl
         if (!ReceiveExactly(md, connection, body.data(), length)) break;
         bool keepWaiting = false;
         handler(context, body.data(), length, &keepWaiting, &result);
-        if (!keepWaiting) break;
+        if (!keepWaiting) {
+            lost = false;
+            break;
+        }
     }
+    if (streamLost) *streamLost = lost;
     return result;
 }
 
 uint8_t SyncExchange(AMDServiceConnectionRef connection, const SyncMessage* message, SyncMessageHandler handler,
-                     void* context) {
+                     void* context, bool* streamLost) {
     SyncSendOnly(connection, message);
-    return SyncReceive(connection, handler, context);
+    return SyncReceive(connection, handler, context, streamLost);
 }

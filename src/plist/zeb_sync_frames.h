@@ -20,9 +20,12 @@ bool SyncSendOnly(AMDServiceConnectionRef connection, const SyncMessage* message
 
 // Reads frames and hands each to handler until it says stop, the link
 // fails, or a length outside 1..kSyncMaxFrame arrives. Returns the handler's
-// last result (0 if it never ran).
-uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handler, void* context);
+// last result (0 if it never ran). `streamLost`, when given, is set when the
+// wait ended because the link failed or a length was out of bounds: either
+// way the stream can no longer be read frame by frame.
+uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handler, void* context,
+                    bool* streamLost = nullptr);
 
 // SyncSendOnly, then SyncReceive.
 uint8_t SyncExchange(AMDServiceConnectionRef connection, const SyncMessage* message, SyncMessageHandler handler,
-                     void* context);
+                     void* context, bool* streamLost = nullptr);

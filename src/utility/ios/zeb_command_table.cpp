@@ -3,6 +3,7 @@
 #include "zeb_module.h"
 #include "zeb_module_app.h"
 #include "zeb_module_basicinfo.h"
+#include "zeb_module_contact.h"
 #include "zeb_module_control.h"
 #include "zeb_module_file.h"
 
@@ -34,6 +35,7 @@ void buildCommandTable() {
         enter(*table, new ZEBModuleBasicInfo, {300, 303, 15});
         enter(*table, new ZEBModuleApp, {501, 502, 504, 505, 506});
         enter(*table, new ZEBModuleFile, {701, 702, 703, 704});
+        enter(*table, new ZEBModuleContact, {100, 102, 103, 104, 105, 106});
         enter(*table, new ZEBModuleControl, {600});
         commandTable.store(table);
     });

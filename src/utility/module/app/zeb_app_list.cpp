@@ -3,10 +3,8 @@
 #include "zeb_app_messages.h"
 #include "zeb_app_reply.h"
 #include "zeb_module_app.h"
+#include "zeb_paged_reply.h"
 #include "zeb_sync_frames.h"
-
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <string>
 
@@ -20,22 +18,6 @@ void exchange(AMDServiceConnectionRef connection, zeb::AppMessage kind, AppReply
     if (!message) return;
     SyncExchange(connection, message, AppReplyHandler, &reply);
     FreeSyncMessage(message);
-}
-
-void sendListEvent(const CommandContext& context, int32_t stage, const std::string& info, const std::string* tail) {
-    EventEnvelope envelope;
-    envelope.stage = stage;
-    envelope.uuid = context.device->udid.c_str();
-    envelope.info = info.c_str();
-    if (tail) {
-        envelope.tail = tail->data();
-        envelope.tailLength = tail->size();
-    }
-    IPCPacket1 frame{};
-    frame.taskId = context.packet->taskId;
-    frame.commandType = 501;
-    frame.packetStatus = 2;
-    zeb::sendAppEvent(envelope, &frame);
 }
 
 }  // namespace
@@ -53,22 +35,9 @@ int64_t ZEBModuleApp::listApps(CommandContext& context) {
     reply.mode = kAppBrowseDiskUsage;
     exchange(proxy->connection, zeb::AppMessage::BrowseDiskUsage, reply);
 
-    const std::string head = "{\"Count\":" + std::to_string(reply.apps.MemberCount()) + "}";
-    sendListEvent(context, 0, head, nullptr);
     // Groups of ten keep one event's size bounded.
-    auto member = reply.apps.MemberBegin();
-    while (member != reply.apps.MemberEnd()) {
-        rapidjson::StringBuffer group;
-        rapidjson::Writer<rapidjson::StringBuffer> writer(group);
-        writer.StartObject();
-        for (size_t n = 0; n < kAppsPerEvent && member != reply.apps.MemberEnd(); ++n, ++member) {
-            writer.Key(member->name.GetString(), member->name.GetStringLength());
-            member->value.Accept(writer);
-        }
-        writer.EndObject();
-        std::string tail(group.GetString(), group.GetSize());
-        sendListEvent(context, 1, head, &tail);
-    }
+    zeb::PagedReply list{context.packet, 501, context.device->udid};
+    zeb::sendPagedObject(list, reply.apps.MemberCount(), reply.apps, kAppsPerEvent);
     return kCodeSuccess;
 }
 

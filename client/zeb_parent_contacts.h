@@ -1,0 +1,72 @@
+// What a parent sends to read and change a device's contacts, and how it
+// puts the paged lists back together.
+#pragma once
+
+#include "zeb_parent_frame.h"
+
+#include <rapidjson/document.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zparent {
+
+// A new contact as a person types it. Children are (type, value) pairs.
+struct ContactDraft {
+    std::map<std::string, std::string> fields;  // "first name", "last name", "company name", ...
+    std::vector<std::pair<std::string, std::string>> phones;
+    std::vector<std::pair<std::string, std::string>> emails;
+    std::vector<std::pair<std::string, std::string>> urls;
+    // Dates as UTC texts "YYYY-MM-DDTHH:MM:SSZ"; they travel as property list dates.
+    std::vector<std::pair<std::string, std::string>> dates;
+};
+
+// "First Last" split at the last blank into first and last name.
+ContactDraft draftFromName(const std::string& fullName);
+
+// The XML text of one change message of the contact class: `records` maps
+// each record id to its fields (all strings, except "contact", which
+// links a child to its owner, and date fields named in `dateFields`).
+struct ChangeRecord {
+    std::string entity;
+    std::map<std::string, std::string> fields;
+    std::vector<std::string> owners;  // the "contact" link of a child
+    std::vector<std::string> dateFields;
+};
+std::string contactChangeText(const std::string& entity, const std::vector<std::pair<std::string, ChangeRecord>>& records,
+                              bool moreToCome);
+
+// The tail of command 102: {entity name: change text} for the contact and
+// each kind of child it has, all linked to `proposedId`.
+std::string contactAddTail(const ContactDraft& draft, const std::string& proposedId);
+
+// A fresh proposed id, in the form hosts use (an upper-case UUID).
+std::string newProposedId();
+
+// Tails of the other contact commands.
+std::string removeTail(const std::string& id);
+std::string groupAddTail(const std::string& id, const std::string& name);
+std::string groupChangeTail(const std::string& guid, const std::string& id, const std::string& name,
+                            const std::vector<std::string>& members);
+
+// A list as the worker pages it: the head's count and every chunk's members
+// merged into one object.
+struct PagedList {
+    bool headSeen = false;
+    int64_t count = 0;
+    size_t chunks = 0;
+    rapidjson::Document records;
+    PagedList() { records.SetObject(); }
+};
+
+// Adds one event to the list when it belongs to it (frames of `commandType`
+// with stage 0 and packetStatus 2 are heads, stage 1 are chunks).
+bool addToPagedList(PagedList& list, const Event& event, uint32_t commandType);
+
+// A JSON string literal of the text.
+std::string jsonString(const std::string& text);
+
+}  // namespace zparent

@@ -1,0 +1,71 @@
+// Command 102: one new contact and its children, from change texts the
+// parent wrote. The device answers each with the ids it gave; children are
+// sent with the contact's proposed id replaced by the device's.
+#include "zeb_contact_reader.h"
+#include "zeb_contact_texts.h"
+#include "zeb_module_contact.h"
+#include "zeb_paged_reply.h"
+#include "zeb_sync_service.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace {
+
+std::string memberText(const rapidjson::Document& request, const char* key) {
+    auto found = request.FindMember(key);
+    if (found == request.MemberEnd() || !found->value.IsString()) return {};
+    return std::string(found->value.GetString(), found->value.GetStringLength());
+}
+
+// {entity: {proposed id: device id}} for the contact and every child
+// entity the device gave ids to, in entity order.
+std::string idMapReply(const ChangeReplyContext& reply) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    for (size_t entity = 0; entity < kContactEntityCount; ++entity) {
+        if (entity > 0 && reply.idMaps[entity].empty()) continue;
+        writer.Key(kContactEntities[entity]);
+        writer.StartObject();
+        for (const auto& [proposed, given] : reply.idMaps[entity]) {
+            writer.Key(proposed.c_str(), static_cast<rapidjson::SizeType>(proposed.size()));
+            writer.String(given.c_str(), static_cast<rapidjson::SizeType>(given.size()));
+        }
+        writer.EndObject();
+    }
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace
+
+int64_t ZEBModuleContact::addContact(CommandContext& context, const rapidjson::Document& request) {
+    ServicePtr service = zeb::StartSyncService(*context.device);
+    if (!service) return kCodeSyncServiceFailed;
+
+    ChangeReplyContext reply;
+    reply.deviceId = context.device->udid;
+    reply.module = this;
+    SyncSession session(service->connection);
+    session.open(contact::kAddTexts, contact::kAddWaits.afterStart);
+    session.prepareChanges(contact::kAddTexts, contact::kAddWaits);
+
+    reply.mode = kContactEntityIds;
+    session.sendChanges(memberText(request, kContactEntities[0]), ContactReplyHandler, &reply);
+    if (reply.idMaps[0].empty()) return kCodeNoContactId;
+
+    const auto& [proposedId, deviceId] = *reply.idMaps[0].begin();
+    for (size_t entity = 1; entity < kContactEntityCount; ++entity) {
+        if (!request.HasMember(kContactEntities[entity])) continue;
+        const std::string text = zeb::replaceProposedId(memberText(request, kContactEntities[entity]), proposedId, deviceId);
+        reply.mode = kContactEntityIds + static_cast<int32_t>(entity);
+        session.sendChanges(text, ContactReplyHandler, &reply);
+    }
+    session.finish(contact::kAddTexts);
+
+    const std::string tail = idMapReply(reply);
+    zeb::sendReplyEvent(zeb::PagedReply{context.packet, context.packet->commandType, context.device->udid}, 0,
+                        nullptr, &tail);
+    return kCodeSuccess;
+}
