@@ -75,13 +75,6 @@ std::string writeObject(const std::vector<std::pair<std::string, std::string>>& 
 
 }  // namespace
 
-std::string jsonString(const std::string& text) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.String(text.c_str(), static_cast<rapidjson::SizeType>(text.size()));
-    return buffer.GetString();
-}
-
 ContactDraft draftFromName(const std::string& fullName) {
     ContactDraft draft;
     const size_t blank = fullName.find_last_of(' ');

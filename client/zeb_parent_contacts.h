@@ -66,7 +66,4 @@ struct PagedList {
 // with stage 0 and packetStatus 2 are heads, stage 1 are chunks).
 bool addToPagedList(PagedList& list, const Event& event, uint32_t commandType);
 
-// A JSON string literal of the text.
-std::string jsonString(const std::string& text);
-
 }  // namespace zparent

@@ -1,4 +1,5 @@
 #include "zctl_app_commands.h"
+#include "zeb_parent_commands.h"
 
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
@@ -13,67 +14,28 @@
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 namespace zctl {
 
 namespace {
 
-constexpr uint32_t kDeviceReady = 1;
-
-std::string jsonText(const std::string& text) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.String(text.c_str(), static_cast<rapidjson::SizeType>(text.size()));
-    return buffer.GetString();
-}
-
-std::string jsonArray(const std::vector<std::string>& items) {
-    std::string text = "[";
-    for (size_t i = 0; i < items.size(); ++i) text += (i ? "," : "") + jsonText(items[i]);
-    return text + "]";
-}
-
-// The UDID of the device once it is ready (the first ready one when `udid`
-// is empty); empty on time-out.
 std::string waitReady(zparent::ParentLink& link, const std::string& udid, const AppOptions& options) {
-    auto deadline = Clock::now() + std::chrono::seconds(options.timeoutSeconds);
-    while (!*options.interrupted && Clock::now() < deadline) {
-        auto event = link.nextEvent(250ms);
-        if (!event) {
-            if (link.closed()) break;
-            continue;
-        }
-        if (event->frame.taskId == 0 && event->frame.commandType == kDeviceReady &&
-            (udid.empty() || event->uuid == udid))
-            return event->uuid;
-    }
-    fprintf(stderr, "zebrelo-ctl: %s did not become ready\n", udid.empty() ? "no device" : udid.c_str());
-    return {};
+    std::string ready = zparent::waitForReady(link, udid, std::chrono::seconds(options.timeoutSeconds), options.interrupted);
+    if (ready.empty()) fprintf(stderr, "zebrelo-ctl: %s did not become ready\n", udid.empty() ? "no device" : udid.c_str());
+    return ready;
 }
 
-// Sends one command and hands each of its events to `onEvent` until the
-// report; the report's code, or -1 on time-out or a closed link. Installs
-// can take long, so the time-out counts from the last event.
+// Installs can take long, so the time-out counts from the last event.
 int64_t runCommand(zparent::ParentLink& link, uint32_t command, const std::string& udid,
                    const std::optional<std::string>& tail, const AppOptions& options,
                    const std::function<void(const zparent::Event&)>& onEvent) {
-    const uint64_t taskId = 1;
-    if (!link.sendCommand(taskId, command, "{\"uuid\":" + jsonText(udid) + "}", tail)) return -1;
-    auto deadline = Clock::now() + std::chrono::seconds(options.timeoutSeconds);
-    while (!*options.interrupted && Clock::now() < deadline) {
-        auto event = link.nextEvent(250ms);
-        if (!event) {
-            if (link.closed()) break;
-            continue;
-        }
-        if (event->frame.taskId != taskId) continue;
-        deadline = Clock::now() + std::chrono::seconds(options.timeoutSeconds);
-        if (isAppReport(*event)) return event->code;
-        onEvent(*event);
-    }
-    fprintf(stderr, "zebrelo-ctl: command %u got no report\n", command);
-    return -1;
+    zparent::CommandRun run;
+    run.idleTimeout = std::chrono::seconds(options.timeoutSeconds);
+    run.interrupted = options.interrupted;
+    run.isReport = isAppReport;
+    int64_t code = zparent::runCommand(link, run, command, zparent::uuidJson(udid), tail, onEvent);
+    if (code == -1) fprintf(stderr, "zebrelo-ctl: command %u got no report\n", command);
+    return code;
 }
 
 std::string sizeText(int64_t bytes) {
@@ -147,7 +109,7 @@ int fetchIcons(zparent::ParentLink& link, const std::string& udid, const std::ve
     std::error_code error;
     fs::create_directories(out, error);
     size_t written = 0;
-    int64_t code = runCommand(link, 502, udid, jsonArray(ids), options, [&](const zparent::Event& event) {
+    int64_t code = runCommand(link, 502, udid, zparent::jsonStringArray(ids), options, [&](const zparent::Event& event) {
         rapidjson::Document info;
         info.Parse(event.info.c_str());
         if (event.type != 1 || !info.IsObject() || !info.HasMember("bundle_id") || !info["bundle_id"].IsString()) return;
@@ -178,7 +140,7 @@ int installPackages(zparent::ParentLink& link, const std::string& udid, const st
     std::string current;
     bool started = false;
     int installed = 0, failed = 0;
-    int64_t code = runCommand(link, 504, udid, jsonArray(paths), options, [&](const zparent::Event& event) {
+    int64_t code = runCommand(link, 504, udid, zparent::jsonStringArray(paths), options, [&](const zparent::Event& event) {
         if (event.stage == 0 && event.type == 0) {
             rapidjson::Document metadata;
             metadata.Parse(event.tail.c_str(), event.tail.size());
@@ -215,7 +177,7 @@ int changeApps(zparent::ParentLink& link, uint32_t command, const std::string& u
     bool started = false;
     int failed = 0;
     const char* done = command == 505 ? "uninstalled" : "archived";
-    int64_t code = runCommand(link, command, udid, jsonArray(ids), options, [&](const zparent::Event& event) {
+    int64_t code = runCommand(link, command, udid, zparent::jsonStringArray(ids), options, [&](const zparent::Event& event) {
         if (index >= ids.size()) return;
         const bool refused = event.frame.packetStatus == 6;
         if (!refused && (event.code > 0 || !started)) {

@@ -1,4 +1,5 @@
 #include "zctl_file_commands.h"
+#include "zeb_parent_commands.h"
 
 #include "zeb_parent_transfer.h"
 
@@ -17,7 +18,6 @@ namespace zctl {
 
 namespace {
 
-constexpr uint32_t kDeviceReady = 1;
 
 struct Arguments {
     std::vector<std::string> plain;
@@ -40,15 +40,8 @@ bool splitArguments(const std::vector<std::string>& words, Arguments& arguments)
 }
 
 bool waitReady(zparent::ParentLink& link, const std::string& udid, const FileOptions& options) {
-    auto deadline = Clock::now() + std::chrono::seconds(options.timeoutSeconds);
-    while (!*options.interrupted && Clock::now() < deadline) {
-        auto event = link.nextEvent(250ms);
-        if (!event) {
-            if (link.closed()) break;
-            continue;
-        }
-        if (event->frame.taskId == 0 && event->frame.commandType == kDeviceReady && event->uuid == udid) return true;
-    }
+    if (!zparent::waitForReady(link, udid, std::chrono::seconds(options.timeoutSeconds), options.interrupted).empty())
+        return true;
     fprintf(stderr, "zebrelo-ctl: device %s did not become ready\n", udid.c_str());
     return false;
 }

@@ -1,6 +1,7 @@
 // zebrelo-ctl: the reference parent. It starts the worker as a parent
 // would and turns commands and events into a command-line tool.
 #include "zctl_app_commands.h"
+#include "zctl_contact_commands.h"
 #include "zctl_device_commands.h"
 #include "zctl_file_commands.h"
 #include "zeb_parent_link.h"
@@ -37,6 +38,10 @@ void usage() {
             "       zebrelo-ctl [options] install UDID FILE.ipa...\n"
             "       zebrelo-ctl [options] uninstall UDID ID...\n"
             "       zebrelo-ctl [options] archive UDID ID...\n"
+            "       zebrelo-ctl [options] contacts UDID | contacts add UDID --name NAME [--phone N]... [--email E]...\n"
+            "                             | contacts remove UDID ID...\n"
+            "       zebrelo-ctl [options] groups UDID | groups add UDID NAME | groups rename UDID ID NAME\n"
+            "                             | groups members UDID ID [CONTACT-ID]... | groups remove UDID ID...\n"
             "\n"
             "  watch    start the worker and print every event as one JSON line until\n"
             "           interrupted or the worker ends\n"
@@ -58,6 +63,11 @@ void usage() {
             "  icons    write the apps' icons as ID.png into DIR (default .)\n"
             "  install  install .ipa packages, a progress bar per package\n"
             "  uninstall, archive   remove apps, or archive them on the device\n"
+            "  contacts the device's contacts: id, name, phone numbers, emails (--json: the\n"
+            "           worker's objects with every field and child); add one with its\n"
+            "           numbers and addresses and print the ids the device gave; remove some\n"
+            "  groups   the contact groups and their members; add, rename, set the members\n"
+            "           (contact ids), remove\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
@@ -192,7 +202,7 @@ int main(int argc, char** argv) {
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
     if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb) &&
-        !zctl::isAppVerb(verb)) {
+        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -212,6 +222,10 @@ int main(int argc, char** argv) {
     if (zctl::isAppVerb(verb)) {
         zctl::AppOptions appOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
         return zctl::runAppVerb(link, verb, appOptions);
+    }
+    if (zctl::isContactVerb(verb)) {
+        zctl::ContactOptions contactOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runContactVerb(link, verb, contactOptions);
     }
     zctl::DeviceOptions deviceOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
     return zctl::runDeviceVerb(link, verb, deviceOptions);

@@ -1,0 +1,42 @@
+// The everyday moves of a parent on a link: wait for a device to be ready,
+// run one command to its report, and write the JSON a command carries.
+#pragma once
+
+#include "zeb_parent_link.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zparent {
+
+// The UDID of the device once its ready event comes (the first ready one
+// when `udid` is empty); empty on time-out, interruption or a closed link.
+std::string waitForReady(ParentLink& link, const std::string& udid, std::chrono::seconds timeout,
+                         const std::atomic<bool>* interrupted = nullptr);
+
+struct CommandRun {
+    uint64_t taskId = 1;
+    // The longest silence between two events of the command.
+    std::chrono::seconds idleTimeout{30};
+    const std::atomic<bool>* interrupted = nullptr;
+    // What ends the command; isFinalReport unless a module says otherwise.
+    std::function<bool(const Event&)> isReport;
+};
+
+// Sends one command and hands each of its events to `onEvent` until the
+// report; the report's code, or -1 on time-out, interruption or a closed
+// link.
+int64_t runCommand(ParentLink& link, const CommandRun& run, uint32_t command, const std::string& json,
+                   const std::optional<std::string>& tail, const std::function<void(const Event&)>& onEvent);
+
+// {"uuid":"<udid>"}
+std::string uuidJson(const std::string& udid);
+// A JSON string literal, and an array of them.
+std::string jsonString(const std::string& text);
+std::string jsonStringArray(const std::vector<std::string>& items);
+
+}  // namespace zparent
