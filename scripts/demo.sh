@@ -72,4 +72,15 @@ echo "\$ zebrelo-ctl install $udid $work/demo.ipa"
 echo "\$ ideviceinstaller -l | grep zebrelo"
 ideviceinstaller -u "$udid" -l | grep -i zebrelo
 
+step "Contacts: the list, a contact added with two numbers, and the list again"
+echo "\$ zebrelo-ctl contacts $udid"
+"${ctl[@]}" contacts "$udid"
+echo "\$ zebrelo-ctl contacts add $udid --name 'Ada Lovelace' --phone '+44 20 7946 0018' --phone '+44 7700 900123' --email ada@example.org"
+"${ctl[@]}" contacts add "$udid" --name "Ada Lovelace" --phone "+44 20 7946 0018" --phone "+44 7700 900123" \
+  --email ada@example.org
+echo "\$ zebrelo-ctl contacts $udid"
+"${ctl[@]}" contacts "$udid"
+echo "\$ zebrelo-ctl groups $udid"
+"${ctl[@]}" groups "$udid"
+
 step "Done"
