@@ -9,6 +9,7 @@
 #include "zeb_cf_plist.h"
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
+#include "zeb_handshake_blocking.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_pair_record.h"
@@ -43,7 +44,11 @@ int32_t StartSessionLocked(Device& device, std::string& sessionId) {
     if (hostId.empty()) return kZebAMDInvalidHostID;
     char* id = nullptr;
     int ssl = 0;
-    lockdownd_error_t err = lockdownd_start_session(device.lockdown, hostId.c_str(), &id, &ssl);
+    lockdownd_error_t err;
+    {
+        BlockingDuringHandshake noHandshakeSleeps(device.lockdown);
+        err = lockdownd_start_session(device.lockdown, hostId.c_str(), &id, &ssl);
+    }
     if (err != LOCKDOWN_E_SUCCESS) {
         free(id);
         return LockdownToResult(err);

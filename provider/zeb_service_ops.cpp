@@ -15,6 +15,7 @@
 #include "zeb_cf_object.h"
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
+#include "zeb_handshake_blocking.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_socket_io.h"
@@ -89,7 +90,12 @@ int32_t AMDeviceSecureStartService(AMDeviceRef handle, CFStringRef name, CFDicti
         idevice_free(connection->idevice);
         return kZebAMDNotConnected;
     }
-    if (connection->secure && idevice_connection_enable_ssl(connection->link) != IDEVICE_E_SUCCESS) {
+    bool handshakeFailed = false;
+    if (connection->secure) {
+        BlockingDuringHandshake noHandshakeSleeps(connection->link);
+        handshakeFailed = idevice_connection_enable_ssl(connection->link) != IDEVICE_E_SUCCESS;
+    }
+    if (handshakeFailed) {
         idevice_disconnect(connection->link);
         idevice_free(connection->idevice);
         return kZebAMDUndefinedError;

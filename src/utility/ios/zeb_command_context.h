@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 struct CommandContext {
@@ -21,6 +22,10 @@ struct CommandContext {
     DhTask* task = nullptr;  // set for long tasks
     const unsigned char* tail = nullptr;
     size_t tailLength = 0;
+    // What the command still holds when it has answered (a started service):
+    // released after the final report, so the parent is not kept waiting
+    // while the device link winds down.
+    std::shared_ptr<void> heldThroughReport;
 
     // Inflates the tail and parses it as JSON; false means result 8.
     bool readTail(rapidjson::Document& out) const;
@@ -41,6 +46,10 @@ struct DispatchRules {
     bool silentParseFailure = false;
     // Control acts whatever the payload's version says.
     bool anyVersion = false;
+    // Commands that build large replies hand the memory back to the system
+    // when they end: pool threads keep separate heaps, and each would
+    // otherwise keep the peak of whatever list it last built.
+    bool releaseMemoryAfter = false;
 };
 
 // An operation's result: a code for the final report, or this when the

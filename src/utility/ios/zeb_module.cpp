@@ -3,6 +3,8 @@
 #include "zeb_client.h"
 #include "zeb_device_monitor.h"
 
+#include <malloc.h>
+
 namespace zeb {
 
 uint16_t packetStatusForCode(int64_t code) {
@@ -38,6 +40,11 @@ int ZEBModule::report(const IPCPacket1* packet, const char* uuid, int64_t code, 
 }
 
 void ZEBModule::dispatch(IPCPacket1* packet, const DispatchRules& rules, const Operation& operation) {
+    runDispatched(packet, rules, operation);
+    if (rules.releaseMemoryAfter) malloc_trim(0);
+}
+
+void ZEBModule::runDispatched(IPCPacket1* packet, const DispatchRules& rules, const Operation& operation) {
     CommandContext context;
     context.packet = packet;
     std::string text;

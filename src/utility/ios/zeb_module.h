@@ -36,6 +36,9 @@ protected:
     Callback callback = nullptr;
     void* callbackData = nullptr;
     std::mutex lock;
+
+private:
+    void runDispatched(IPCPacket1* packet, const DispatchRules& rules, const Operation& operation);
 };
 
 namespace zeb {

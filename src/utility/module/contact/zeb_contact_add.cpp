@@ -41,7 +41,7 @@ std::string idMapReply(const ChangeReplyContext& reply) {
 }  // namespace
 
 int64_t ZEBModuleContact::addContact(CommandContext& context, const rapidjson::Document& request) {
-    ServicePtr service = zeb::StartSyncService(*context.device);
+    ServicePtr service = zeb::StartSyncService(context);
     if (!service) return kCodeSyncServiceFailed;
 
     ChangeReplyContext reply;

@@ -50,7 +50,7 @@ int64_t ZEBModuleContact::changeGroup(CommandContext& context, const rapidjson::
                 if (member.IsString()) members.emplace_back(member.GetString(), member.GetStringLength());
     }
 
-    ServicePtr service = zeb::StartSyncService(*context.device);
+    ServicePtr service = zeb::StartSyncService(context);
     if (!service) return kCodeSyncServiceFailed;
 
     zeb::SyncRecordEdit edit(zeb::fillTemplate(contact::kGroupTemplate, id));

@@ -14,7 +14,7 @@ constexpr size_t kRecordsPerChunk = 100;
 }  // namespace
 
 int64_t ZEBModuleContact::query(CommandContext& context) {
-    ServicePtr service = zeb::StartSyncService(*context.device);
+    ServicePtr service = zeb::StartSyncService(context);
     if (!service) return kCodeSyncServiceFailed;
     LOG(INFO) << __FILE__ << " Contact querylist pInstallServer: " << static_cast<void*>(service->connection);
 

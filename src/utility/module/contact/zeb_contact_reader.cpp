@@ -5,6 +5,7 @@
 #include "zeb_sync_matchers.h"
 
 #include <cstring>
+#include <vector>
 
 namespace {
 
@@ -37,8 +38,25 @@ std::string fieldText(const PlistVariant& value) {
     }
 }
 
-void addFields(rapidjson::Value& object, const CIOSDictionary& record, Allocator& allocator) {
-    for (const auto& [name, value] : record) object.AddMember(text(name, allocator), text(fieldText(value), allocator), allocator);
+// Field names repeat in every record: each is kept once, and the JSON
+// refers to it.
+rapidjson::Value nameOf(ChangeReplyContext& reply, const std::string& name) {
+    const std::string& kept = *reply.names.insert(name).first;
+    return rapidjson::Value(rapidjson::StringRef(kept.data(), static_cast<rapidjson::SizeType>(kept.size())));
+}
+
+// An object is built in the scratch pool and copied into the reply's
+// document at its exact size: a growing object would hold room for sixteen
+// members, several times what a record has, for the life of the reply.
+rapidjson::Value keep(ChangeReplyContext& reply, const rapidjson::Value& built) {
+    rapidjson::Value kept(built, reply.document.GetAllocator());
+    reply.scratch.Clear();
+    return kept;
+}
+
+void addFields(ChangeReplyContext& reply, rapidjson::Value& object, const CIOSDictionary& record) {
+    for (const auto& [name, value] : record)
+        object.AddMember(nameOf(reply, name), text(fieldText(value), reply.scratch), reply.scratch);
 }
 
 // Adds or replaces `value` under `id` in a list object kept with its index.
@@ -54,32 +72,31 @@ void put(rapidjson::Value& list, std::unordered_map<std::string, size_t>& index,
 }
 
 void addContact(ChangeReplyContext& reply, const std::string& id, const CIOSDictionary& record) {
-    Allocator& allocator = reply.document.GetAllocator();
-    rapidjson::Value contact(rapidjson::kObjectType);
-    addFields(contact, record, allocator);
-    put(reply.contacts, reply.contactIndex, id, contact, allocator);
+    rapidjson::Value built(rapidjson::kObjectType);
+    addFields(reply, built, record);
+    rapidjson::Value contact = keep(reply, built);
+    put(reply.contacts, reply.contactIndex, id, contact, reply.document.GetAllocator());
 }
 
 void addGroup(ChangeReplyContext& reply, const std::string& id, const CIOSDictionary& record) {
-    Allocator& allocator = reply.document.GetAllocator();
-    rapidjson::Value group(rapidjson::kObjectType);
+    rapidjson::Value built(rapidjson::kObjectType);
     for (const auto& [name, value] : record) {
         if (value.tag() == VariantTag::String) {
-            group.AddMember(text(name, allocator), text(value.text(), allocator), allocator);
+            built.AddMember(nameOf(reply, name), text(value.text(), reply.scratch), reply.scratch);
             continue;
         }
         // Whatever the field is called, its strings are the members.
         rapidjson::Value members(rapidjson::kArrayType);
         if (value.tag() == VariantTag::Array)
             for (const PlistVariant& member : value.array())
-                if (member.tag() == VariantTag::String) members.PushBack(text(member.text(), allocator), allocator);
-        auto existing = group.FindMember("members");
-        if (existing != group.MemberEnd())
-            existing->value = members;
+                if (member.tag() == VariantTag::String) members.PushBack(text(member.text(), reply.scratch), reply.scratch);
+        if (built.HasMember("members"))
+            built["members"] = members;
         else
-            group.AddMember("members", members, allocator);
+            built.AddMember("members", members, reply.scratch);
     }
-    put(reply.groups, reply.groupIndex, id, group, allocator);
+    rapidjson::Value group = keep(reply, built);
+    put(reply.groups, reply.groupIndex, id, group, reply.document.GetAllocator());
 }
 
 // A child goes under each contact it names, in an array named after its
@@ -88,25 +105,32 @@ void addChild(ChangeReplyContext& reply, const std::string& id, const std::strin
               const CIOSDictionary& record) {
     const PlistVariant* owners = record.Find("contact");
     if (!owners || owners->tag() != VariantTag::Array) return;
-    Allocator& allocator = reply.document.GetAllocator();
-    rapidjson::Value child(rapidjson::kObjectType);
-    bool built = false;
+    std::vector<size_t> found;
     for (const PlistVariant& owner : owners->array()) {
         if (owner.tag() != VariantTag::String) continue;
-        auto found = reply.contactIndex.find(owner.text());
-        if (found == reply.contactIndex.end()) continue;
-        if (!built) {
-            child.AddMember("id", text(id, allocator), allocator);
-            addFields(child, record, allocator);
-            built = true;
+        auto contact = reply.contactIndex.find(owner.text());
+        if (contact != reply.contactIndex.end()) found.push_back(contact->second);
+    }
+    if (found.empty()) return;
+    Allocator& allocator = reply.document.GetAllocator();
+    rapidjson::Value built(rapidjson::kObjectType);
+    built.AddMember("id", text(id, reply.scratch), reply.scratch);
+    addFields(reply, built, record);
+    rapidjson::Value child = keep(reply, built);
+    for (size_t n = 0; n < found.size(); ++n) {
+        rapidjson::Value& contact = (reply.contacts.MemberBegin() + found[n])->value;
+        if (!contact.HasMember(entity.c_str())) {
+            rapidjson::Value list(rapidjson::kArrayType);
+            list.Reserve(2, allocator);  // most contacts have one or two of a kind
+            contact.AddMember(nameOf(reply, entity), list, allocator);
         }
-        rapidjson::Value& contact = (reply.contacts.MemberBegin() + found->second)->value;
-        auto list = contact.FindMember(entity.c_str());
-        if (list == contact.MemberEnd() || !list->value.IsArray()) {
-            contact.AddMember(text(entity, allocator), rapidjson::Value(rapidjson::kArrayType), allocator);
-            list = contact.MemberEnd() - 1;
-        }
-        list->value.PushBack(rapidjson::Value(child, allocator), allocator);
+        rapidjson::Value& list = contact[entity.c_str()];
+        if (!list.IsArray()) list.SetArray();  // a field of that name gives way to the children
+        // The allocator never gives memory back: only extra owners get copies.
+        if (n + 1 < found.size())
+            list.PushBack(rapidjson::Value(child, allocator), allocator);
+        else
+            list.PushBack(child, allocator);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 class ZEBModuleContact;
 
@@ -43,6 +44,12 @@ struct ChangeReplyContext {
     // Record id -> member position, so that children find their contact
     // without a walk through every contact.
     std::unordered_map<std::string, size_t> contactIndex, groupIndex;
+    // Field and entity names, each kept once for the whole reply.
+    std::unordered_set<std::string> names;
+    // Where one record is put together before it is copied into the
+    // document at its exact size; emptied after each record.
+    alignas(8) char scratchSpace[16 * 1024];
+    rapidjson::MemoryPoolAllocator<> scratch{scratchSpace, sizeof scratchSpace};
 
     ChangeReplyContext() { document.SetObject(); }
 };

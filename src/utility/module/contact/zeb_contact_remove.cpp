@@ -9,7 +9,7 @@
 int64_t ZEBModuleContact::removeRecord(CommandContext& context, const rapidjson::Document& request) {
     auto id = request.FindMember("id");
     if (id == request.MemberEnd() || !id->value.IsString()) return kCodeBadJson;
-    ServicePtr service = zeb::StartSyncService(*context.device);
+    ServicePtr service = zeb::StartSyncService(context);
     if (!service) return kCodeSyncServiceFailed;
 
     ChangeReplyContext reply;

@@ -3,6 +3,7 @@
 int ZEBModuleContact::execute(IPCPacket1* packet) {
     DispatchRules rules;
     rules.silentParseFailure = true;
+    rules.releaseMemoryAfter = packet->commandType == 100;
     dispatch(packet, rules, [this](CommandContext& context) -> int64_t {
         const uint32_t command = context.packet->commandType;
         if (command == 100) return query(context);

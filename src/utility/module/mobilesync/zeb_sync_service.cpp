@@ -2,9 +2,11 @@
 
 namespace zeb {
 
-ServicePtr StartSyncService(const ZEBDevice& device) {
+ServicePtr StartSyncService(CommandContext& context) {
     int32_t error = 0;
-    return StartService(device.handle, error, "com.apple.mobilesync", nullptr, false);
+    ServicePtr service = StartService(context.device->handle, error, "com.apple.mobilesync", nullptr, false);
+    context.heldThroughReport = service;
+    return service;
 }
 
 int64_t syncListCount(const ZEBDevice& device, const char* accountName, size_t records) {

@@ -1,6 +1,7 @@
 // The service every sync module talks to, and the count its lists carry.
 #pragma once
 
+#include "zeb_command_context.h"
 #include "zeb_device.h"
 
 #include <cstddef>
@@ -10,8 +11,10 @@ inline constexpr int64_t kCodeSyncServiceFailed = 13;
 
 namespace zeb {
 
-// "com.apple.mobilesync" on the device, or null.
-ServicePtr StartSyncService(const ZEBDevice& device);
+// "com.apple.mobilesync" on the command's device, or null. The command
+// holds it until its final report has gone out: the dialogue runs, the
+// parent hears the outcome, then the service is let go.
+ServicePtr StartSyncService(CommandContext& context);
 
 // The count a list of the class goes out with: the number of records, or
 // -1 when there are none and the device keeps the class in an account (the
