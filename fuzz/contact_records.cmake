@@ -7,10 +7,11 @@ zeb_fuzz_target(fuzz_contact_records
           ${src}/utility/module/mobilesync/zeb_sync_matchers.cpp
           ${src}/utility/module/mobilesync/zeb_sync_clock.cpp
           ${src}/utility/module/mobilesync/zeb_sync_changes.cpp
+          ${src}/support/zeb_format.cpp
           ${src}/plist/zeb_plist_decode.cpp
           ${src}/plist/zeb_plist_variant.cpp
           ${src}/iOSAPI/zeb_mobile_export_fun.cpp
-  INCLUDES ${src}/utility/module/contact ${src}/utility/module/mobilesync ${src}/plist ${src}/iOSAPI
+  INCLUDES ${src}/support ${src}/utility/module/contact ${src}/utility/module/mobilesync ${src}/plist ${src}/iOSAPI
            ${src}/utility/ios ${RAPIDJSON_INCLUDE_DIR}
   LIBS -ltinyxml2 -lglog -ldl
   ENVIRONMENT "ZEBRELO_DEVICE_PROVIDER=$<TARGET_FILE:zebrelo-mobiledevice>")

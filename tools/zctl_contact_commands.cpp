@@ -100,6 +100,14 @@ std::string displayName(const rapidjson::Value& contact) {
     return name.empty() ? text(contact, "company name") : name;
 }
 
+// The text padded with blanks to `width` characters as a terminal shows
+// them: UTF-8 continuation bytes take no column.
+std::string column(const std::string& text, size_t width) {
+    size_t shown = 0;
+    for (unsigned char c : text) shown += (c & 0xC0) != 0x80;
+    return shown >= width ? text : text + std::string(width - shown, ' ');
+}
+
 void printJson(const rapidjson::Value& value) {
     rapidjson::StringBuffer buffer;
     rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
@@ -120,8 +128,9 @@ int listContacts(ContactSession& session, const std::string& udid, bool json) {
     }
     printf("%-8s  %-28s  %-34s  %s\n", "ID", "NAME", "PHONES", "EMAILS");
     for (const auto& contact : contacts.records.GetObject())
-        printf("%-8s  %-28s  %-34s  %s\n", contact.name.GetString(), displayName(contact.value).c_str(),
-               childValues(contact.value, kPhone).c_str(), childValues(contact.value, kEmail).c_str());
+        printf("%s  %s  %s  %s\n", column(contact.name.GetString(), 8).c_str(),
+               column(displayName(contact.value), 28).c_str(), column(childValues(contact.value, kPhone), 34).c_str(),
+               childValues(contact.value, kEmail).c_str());
     printf("%lld contact(s)\n", static_cast<long long>(contacts.count));
     return 0;
 }
@@ -140,7 +149,8 @@ int listGroups(ContactSession& session, const std::string& udid, bool json) {
         if (list != group.value.MemberEnd() && list->value.IsArray())
             for (const auto& member : list->value.GetArray())
                 if (member.IsString()) members += (members.empty() ? "" : " ") + std::string(member.GetString());
-        printf("%-12s  %-28s  %s\n", group.name.GetString(), text(group.value, "name").c_str(), members.c_str());
+        printf("%s  %s  %s\n", column(group.name.GetString(), 12).c_str(), column(text(group.value, "name"), 28).c_str(),
+               members.c_str());
     }
     printf("%lld group(s)\n", static_cast<long long>(groups.count));
     return 0;

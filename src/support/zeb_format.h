@@ -14,6 +14,8 @@ std::string utcTextToLocal(const char* text);
 // Seconds (or, when that is out of range, nanoseconds) since 2001-01-01 UTC,
 // as local "YYYY-MM-DD hh:mm:ss"; empty on failure.
 std::string appleTimeToText(int64_t value);
+// Text for an XML element body: & < > " ' as entities, all else as it is.
+std::string escapeXmlText(const std::string& value);
 // "mm:ss", or "hh:mm:ss" from one hour on; rounded to whole seconds.
 std::string secondsToText(double seconds);
 

@@ -61,9 +61,8 @@ TEST_F(ContactCommands, AFrameLargerThanTenMegabytesEndsTheRead) {
     auto profile = std::make_unique<e2e::ProfileVariant>(
         "iphone13-ios17-contacts250",
         std::vector<std::pair<std::string, std::string>>{
-            {"<key>BatchSize</key><integer>60</integer>", "<key>BatchSize</key><integer>300</integer>"},
-            {"<key>Count</key><integer>250</integer>",
-             "<key>Count</key><integer>250</integer><key>NotesBytes</key><integer>50000</integer>"}});
+            {"<key>BatchSize</key>\n\t\t<integer>60</integer>", "<key>BatchSize</key><integer>300</integer>"},
+            {"<key>ChildrenPerContact</key>", "<key>NotesBytes</key><integer>50000</integer><key>ChildrenPerContact</key>"}});
     start({profile->path()}, {kContacts250Udid});
     const ContactListing listing = list(kContacts250Udid);
     EXPECT_EQ(reports(listing.events), 1u);

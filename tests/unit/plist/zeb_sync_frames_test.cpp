@@ -6,61 +6,21 @@
 #include <cstring>
 #include <vector>
 
-#include "zeb_bound_provider.h"
+#include "zeb_scripted_service.h"
 #include "zeb_sync_frames.h"
 
 namespace {
 
-struct ScriptedPeer {
-    std::vector<uint8_t> incoming;
-    size_t readPosition = 0;
-    size_t largestRead = 7;  // receives hand out at most this much, as TCP may
-    std::vector<uint8_t> sent;
-    int sendCalls = 0;
-    bool failBodySend = false;
-};
-ScriptedPeer* g_peer = nullptr;
-
-ssize_t ScriptedReceive(AMDServiceConnectionRef, void* buffer, size_t length) {
-    size_t left = g_peer->incoming.size() - g_peer->readPosition;
-    size_t n = std::min({length, left, g_peer->largestRead});
-    std::memcpy(buffer, g_peer->incoming.data() + g_peer->readPosition, n);
-    g_peer->readPosition += n;
-    return n == 0 ? -1 : static_cast<ssize_t>(n);
-}
-
-ssize_t ScriptedSend(AMDServiceConnectionRef, const void* buffer, size_t length) {
-    ++g_peer->sendCalls;
-    if (g_peer->failBodySend && g_peer->sendCalls == 2) return -1;
-    auto* p = static_cast<const uint8_t*>(buffer);
-    g_peer->sent.insert(g_peer->sent.end(), p, p + length);
-    return static_cast<ssize_t>(length);
-}
-
 class SyncFrames : public ::testing::Test {
 protected:
-    void SetUp() override {
-        auto& md = BoundProvider();
-        savedReceive_ = md.AMDServiceConnectionReceive;
-        savedSend_ = md.AMDServiceConnectionSend;
-        md.AMDServiceConnectionReceive = ScriptedReceive;
-        md.AMDServiceConnectionSend = ScriptedSend;
-        g_peer = &peer_;
-    }
-    void TearDown() override {
-        auto& md = CMobileExportFun::GetInstance();
-        md.AMDServiceConnectionReceive = savedReceive_;
-        md.AMDServiceConnectionSend = savedSend_;
-        g_peer = nullptr;
-    }
+    void SetUp() override { peer_.largestRead = 7; }
     void QueueFrame(uint32_t length, uint8_t fill = 'a', bool withBody = true) {
-        for (int shift = 24; shift >= 0; shift -= 8) peer_.incoming.push_back(static_cast<uint8_t>(length >> shift));
+        peer_.queueLength(length);
         if (withBody) peer_.incoming.insert(peer_.incoming.end(), length, fill);
     }
 
     ScriptedPeer peer_;
-    AMDServiceConnectionReceive_t* savedReceive_ = nullptr;
-    AMDServiceConnectionSend_t* savedSend_ = nullptr;
+    ScriptedService service_{peer_};
 };
 
 struct Seen {

@@ -1,6 +1,6 @@
 // The orders of a session against a scripted device: the binding's send and
 // receive slots point at an in-memory peer for each test.
-#include "zeb_bound_provider.h"
+#include "zeb_scripted_service.h"
 #include "zeb_contact_reader.h"
 #include "zeb_contact_texts.h"
 #include "zeb_sync_matchers.h"
@@ -8,57 +8,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
 #include <vector>
 
 namespace {
 
-struct ScriptedDevice {
-    std::vector<uint8_t> incoming;
-    size_t position = 0;
-    std::vector<uint8_t> sent;
-};
-ScriptedDevice* g_device = nullptr;
-
-ssize_t Receive(AMDServiceConnectionRef, void* buffer, size_t length) {
-    const size_t n = std::min({length, g_device->incoming.size() - g_device->position, size_t{4096}});
-    memcpy(buffer, g_device->incoming.data() + g_device->position, n);
-    g_device->position += n;
-    return n == 0 ? -1 : static_cast<ssize_t>(n);
-}
-
-ssize_t Send(AMDServiceConnectionRef, const void* buffer, size_t length) {
-    auto* bytes = static_cast<const uint8_t*>(buffer);
-    g_device->sent.insert(g_device->sent.end(), bytes, bytes + length);
-    return static_cast<ssize_t>(length);
-}
-
 class SessionOrder : public ::testing::Test {
 protected:
-    void SetUp() override {
-        auto& md = BoundProvider();
-        savedReceive_ = md.AMDServiceConnectionReceive;
-        savedSend_ = md.AMDServiceConnectionSend;
-        md.AMDServiceConnectionReceive = Receive;
-        md.AMDServiceConnectionSend = Send;
-        g_device = &device_;
-    }
-    void TearDown() override {
-        auto& md = CMobileExportFun::GetInstance();
-        md.AMDServiceConnectionReceive = savedReceive_;
-        md.AMDServiceConnectionSend = savedSend_;
-        g_device = nullptr;
-    }
-
-    void queueLength(uint32_t length) {
-        for (int shift = 24; shift >= 0; shift -= 8) device_.incoming.push_back(static_cast<uint8_t>(length >> shift));
-    }
-    void queue(const std::string& body) {
-        const std::string xml = Plist(body);
-        queueLength(static_cast<uint32_t>(xml.size()));
-        device_.incoming.insert(device_.incoming.end(), xml.begin(), xml.end());
-    }
+    void queue(const std::string& body) { device_.queueFrame(Plist(body)); }
     void queueMessage(const char* name, const std::string& rest = "") {
         queue(std::string("<array><string>") + name + "</string><string>com.apple.Contacts</string>" + rest +
               "</array>");
@@ -86,11 +42,8 @@ protected:
         return names;
     }
 
-    ScriptedDevice device_;
-
-private:
-    decltype(CMobileExportFun::AMDServiceConnectionReceive) savedReceive_;
-    decltype(CMobileExportFun::AMDServiceConnectionSend) savedSend_;
+    ScriptedPeer device_;
+    ScriptedService service_{device_};
 };
 
 const std::string kPerson =
@@ -131,7 +84,7 @@ TEST_F(SessionOrder, ReadAcknowledgesEveryBatchAndOnceMore) {
                                                     "SDMessageFinishSessionOnDevice"}));
     ASSERT_TRUE(reply.contacts.HasMember("1"));
     EXPECT_EQ(reply.contacts["1"]["com.apple.contacts.Phone Number"].Size(), 1u);
-    EXPECT_EQ(device_.position, device_.incoming.size());
+    EXPECT_EQ(device_.readPosition, device_.incoming.size());
 }
 
 TEST_F(SessionOrder, NameWaitsDropOtherMessagesAndMatchAnyElementInAnyCase) {
@@ -161,7 +114,7 @@ TEST_F(SessionOrder, NameWaitsDropOtherMessagesAndMatchAnyElementInAnyCase) {
 TEST_F(SessionOrder, AnOversizedFrameEndsTheDialogueWithoutReadingOn) {
     queueOpening();
     queueMessage("SDMessageProcessChanges", kPerson + "<true/>");
-    queueLength(kSyncMaxFrame + 1);
+    device_.queueLength(kSyncMaxFrame + 1);
     // Whatever follows can no longer be told apart from frame bodies.
     queueMessage("SDMessageProcessChanges", kPhone + "<true/>");
     ChangeReplyContext reply;

@@ -87,18 +87,18 @@ protected:
 TEST_F(LocalZone, DeviceUtcTextsBecomeLocalTime) {
     std::string local;
     useZone("Asia/Shanghai");
-    ASSERT_TRUE(zeb::utcTextToLocal("2020-01-02T03:04:05Z", local));
+    ASSERT_TRUE(zeb::deviceDateToLocal("2020-01-02T03:04:05Z", local));
     EXPECT_EQ(local, "2020-01-02 11:04:05");
     useZone("America/New_York");
-    ASSERT_TRUE(zeb::utcTextToLocal("2020-01-02T03:04:05Z", local));
+    ASSERT_TRUE(zeb::deviceDateToLocal("2020-01-02T03:04:05Z", local));
     EXPECT_EQ(local, "2020-01-01 22:04:05");
     // Summer time counts at the moment itself, not at the time of the call.
-    ASSERT_TRUE(zeb::utcTextToLocal("2020-07-01T12:00:00Z", local));
+    ASSERT_TRUE(zeb::deviceDateToLocal("2020-07-01T12:00:00Z", local));
     EXPECT_EQ(local, "2020-07-01 08:00:00");
 
     for (const char* other : {"2020-01-02T03:04:05Zx", " 2020-01-02T03:04:05Z", "2020-01-02 03:04:05Z",
                               "2020-1-02T03:04:05Z", "20a0-01-02T03:04:05Z", ""})
-        EXPECT_FALSE(zeb::utcTextToLocal(other, local)) << other;
+        EXPECT_FALSE(zeb::deviceDateToLocal(other, local)) << other;
 }
 
 TEST(SyncChanges, ProposedIdIsAPatternAndTheDeviceIdIsLiteral) {

@@ -1,4 +1,5 @@
 #include "zeb_app_messages.h"
+#include "zeb_format.h"
 
 #include "zeb_plist_templates.h"
 
@@ -33,21 +34,6 @@ const char kUninstallTail[] = "</string><key>Command</key><string>Uninstall</str
 
 }  // namespace
 
-std::string escapeXmlText(const std::string& value) {
-    std::string out;
-    out.reserve(value.size());
-    for (char c : value) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&apos;"; break;
-            default: out.push_back(c);
-        }
-    }
-    return out;
-}
 
 std::string appMessageXml(AppMessage kind, const std::string& value) {
     const char* head = nullptr;
@@ -60,7 +46,7 @@ std::string appMessageXml(AppMessage kind, const std::string& value) {
         case AppMessage::Archive: head = kArchiveHead, tail = kArchiveTail; break;
         case AppMessage::Uninstall: head = kUninstallHead, tail = kUninstallTail; break;
     }
-    return std::string(head) + escapeXmlText(value) + tail;
+    return std::string(head) + zeb::escapeXmlText(value) + tail;
 }
 
 SyncMessage* encodeAppMessage(AppMessage kind, const std::string& value) {

@@ -10,9 +10,6 @@ namespace zeb {
 
 enum class AppMessage { BrowseAttributes, BrowseDiskUsage, GetIcon, Upgrade, Archive, Uninstall };
 
-// `value` (a bundle identifier or a device path) escaped for XML text.
-std::string escapeXmlText(const std::string& value);
-
 // The XML text of a message, with `value` escaped and pasted where the
 // message takes one (browse messages take none).
 std::string appMessageXml(AppMessage kind, const std::string& value = {});

@@ -41,15 +41,9 @@ std::string idMapReply(const ChangeReplyContext& reply) {
 }  // namespace
 
 int64_t ZEBModuleContact::addContact(CommandContext& context, const rapidjson::Document& request) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
-
     ChangeReplyContext reply;
-    reply.deviceId = context.device->udid;
-    reply.module = this;
-    SyncSession session(service->connection);
-    session.open(contact::kAddTexts, contact::kAddWaits.afterStart);
-    session.prepareChanges(contact::kAddTexts, contact::kAddWaits);
+    SyncSession session(nullptr);
+    if (!beginChange(context, reply, contact::kAddTexts, contact::kAddWaits, session)) return kCodeSyncServiceFailed;
 
     reply.mode = kContactEntityIds;
     session.sendChanges(memberText(request, kContactEntities[0]), ContactReplyHandler, &reply);

@@ -50,20 +50,15 @@ int64_t ZEBModuleContact::changeGroup(CommandContext& context, const rapidjson::
                 if (member.IsString()) members.emplace_back(member.GetString(), member.GetStringLength());
     }
 
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
-
     zeb::SyncRecordEdit edit(zeb::fillTemplate(contact::kGroupTemplate, id));
     edit.addString("name", name);
     if (isChange) edit.addStringArray("members", members);
 
     ChangeReplyContext reply;
-    reply.deviceId = context.device->udid;
-    reply.module = this;
     reply.groupKey = "Group/" + (isChange ? guid : id);
-    SyncSession session(service->connection);
-    session.open(contact::kGroupTexts, contact::kChangeWaits.afterStart);
-    session.prepareChanges(contact::kGroupTexts, contact::kChangeWaits);
+    SyncSession session(nullptr);
+    if (!beginChange(context, reply, contact::kGroupTexts, contact::kChangeWaits, session))
+        return kCodeSyncServiceFailed;
     reply.mode = kContactGroupChange;
     session.sendChanges(edit.print(), ContactReplyHandler, &reply);
     session.finish(contact::kGroupTexts);

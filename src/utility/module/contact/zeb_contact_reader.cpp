@@ -26,7 +26,7 @@ std::string fieldText(const PlistVariant& value) {
     switch (value.tag()) {
         case VariantTag::String: {
             std::string local;
-            return zeb::utcTextToLocal(value.text(), local) ? local : value.text();
+            return zeb::deviceDateToLocal(value.text(), local) ? local : value.text();
         }
         case VariantTag::Int32: return std::to_string(value.int32());
         case VariantTag::Int64: return std::to_string(value.int64());

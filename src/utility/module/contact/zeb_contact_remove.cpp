@@ -9,15 +9,10 @@
 int64_t ZEBModuleContact::removeRecord(CommandContext& context, const rapidjson::Document& request) {
     auto id = request.FindMember("id");
     if (id == request.MemberEnd() || !id->value.IsString()) return kCodeBadJson;
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
-
     ChangeReplyContext reply;
-    reply.deviceId = context.device->udid;
-    reply.module = this;
-    SyncSession session(service->connection);
-    session.open(contact::kRemoveTexts, contact::kChangeWaits.afterStart);
-    session.prepareChanges(contact::kRemoveTexts, contact::kChangeWaits);
+    SyncSession session(nullptr);
+    if (!beginChange(context, reply, contact::kRemoveTexts, contact::kChangeWaits, session))
+        return kCodeSyncServiceFailed;
     reply.mode = kContactRemoval;
     session.sendChanges(zeb::fillTemplate(contact::kRemoveTemplate, id->value.GetString()), ContactReplyHandler,
                         &reply);

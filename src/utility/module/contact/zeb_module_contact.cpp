@@ -1,5 +1,8 @@
 #include "zeb_module_contact.h"
 
+#include "zeb_contact_reader.h"
+#include "zeb_sync_service.h"
+
 int ZEBModuleContact::execute(IPCPacket1* packet) {
     DispatchRules rules;
     rules.silentParseFailure = true;
@@ -19,4 +22,16 @@ int ZEBModuleContact::execute(IPCPacket1* packet) {
         }
     });
     return 0;
+}
+
+bool ZEBModuleContact::beginChange(CommandContext& context, ChangeReplyContext& reply, const SyncTexts& texts,
+                                   const SyncWriteWaits& waits, SyncSession& session) {
+    ServicePtr service = zeb::StartSyncService(context);
+    if (!service) return false;
+    reply.deviceId = context.device->udid;
+    reply.module = this;
+    session = SyncSession(service->connection);
+    session.open(texts, waits.afterStart);
+    session.prepareChanges(texts, waits);
+    return true;
 }

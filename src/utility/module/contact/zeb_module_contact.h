@@ -18,8 +18,11 @@
 #pragma once
 
 #include "zeb_module.h"
+#include "zeb_sync_session.h"
 
 #include <rapidjson/document.h>
+
+struct ChangeReplyContext;
 
 inline constexpr int64_t kCodeNoGroupId = 1;
 inline constexpr int64_t kCodeNoContactId = 28;
@@ -33,4 +36,10 @@ private:
     int64_t addContact(CommandContext& context, const rapidjson::Document& request);
     int64_t removeRecord(CommandContext& context, const rapidjson::Document& request);
     int64_t changeGroup(CommandContext& context, const rapidjson::Document& request);
+
+    // What every change does first: the service started and the session
+    // walked up to where the device takes changes. False when the service
+    // would not start.
+    bool beginChange(CommandContext& context, ChangeReplyContext& reply, const SyncTexts& texts,
+                     const SyncWriteWaits& waits, SyncSession& session);
 };

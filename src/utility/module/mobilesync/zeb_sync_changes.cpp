@@ -1,30 +1,16 @@
 #include "zeb_sync_changes.h"
 
+#include "zeb_format.h"
+
 #include <tinyxml2.h>
 
 #include <regex>
 
 namespace zeb {
 
-std::string xmlEscape(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&apos;"; break;
-            default: out += c;
-        }
-    }
-    return out;
-}
-
 std::string fillTemplate(const char* text, const std::string& value) {
     // The buffer grows with the value: a long id is never cut off.
-    const std::string escaped = xmlEscape(value);
+    const std::string escaped = escapeXmlText(value);
     std::string out(text);
     const size_t slot = out.find("%s");
     if (slot != std::string::npos) out.replace(slot, 2, escaped);

@@ -19,9 +19,6 @@ namespace zeb {
 
 using SyncIdMap = std::map<std::string, std::string>;
 
-// Text for an XML element body: & < > " ' as entities, all else as it is.
-std::string xmlEscape(const std::string& text);
-
 // A template with one "%s" filled with `value` escaped for XML.
 std::string fillTemplate(const char* text, const std::string& value);
 

@@ -23,9 +23,9 @@ SyncClock syncClockNow();
 // an unsigned number behind a literal "+" (UTC-5 prints 4294967291).
 std::string syncStartText(const char* startTemplate, const SyncClock& clock);
 
-// True when `text` as a whole is "YYYY-MM-DDTHH:MM:SSZ"; `local` is then the
-// same moment in the machine's zone as "YYYY-MM-DD HH:MM:SS", or empty when
-// the conversion fails.
-bool utcTextToLocal(std::string_view text, std::string& local);
+// True when `text` as a whole is the device's "YYYY-MM-DDTHH:MM:SSZ";
+// `local` is then the same moment in the machine's zone as
+// "YYYY-MM-DD HH:MM:SS", or empty when the conversion fails.
+bool deviceDateToLocal(std::string_view text, std::string& local);
 
 }  // namespace zeb
