@@ -56,7 +56,7 @@ std::filesystem::path backupRoot() {
         data = std::filesystem::path(home) / ".local" / "share";
     else
         return {};
-    return data / "Apple Computer" / "MobileSync" / "Backup" / "";
+    return data / "zebrelo" / "Backup" / "";
 }
 
 uint64_t folderSize(const std::filesystem::path& path, uint64_t start) {

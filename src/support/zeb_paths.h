@@ -17,7 +17,7 @@ std::filesystem::path workSubFolder(const std::string& name);
 bool deleteTree(const std::filesystem::path& path);
 // <logDir>/ios_driver/, created.
 std::filesystem::path driverFolder();
-// "Apple Computer/MobileSync/Backup/" under the user's data folder
+// "zebrelo/Backup/" under the user's data folder
 // ($XDG_DATA_HOME, else ~/.local/share); empty when there is no home.
 std::filesystem::path backupRoot();
 // `start` plus the sizes of every file below `path` (low 32 bits each).

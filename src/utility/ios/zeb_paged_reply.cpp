@@ -9,9 +9,11 @@ namespace zeb {
 
 std::string countInfo(int64_t count) { return "{\"Count\":" + std::to_string(count) + "}"; }
 
-void sendReplyEvent(const PagedReply& reply, int32_t stage, const char* info, const std::string* tail) {
+void sendReplyEvent(const PagedReply& reply, int32_t stage, const char* info, const std::string* tail,
+                    int64_t code) {
     EventEnvelope envelope;
     envelope.stage = stage;
+    envelope.code = code;
     envelope.uuid = reply.uuid.c_str();
     envelope.info = info;
     if (tail) {

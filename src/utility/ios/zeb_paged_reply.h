@@ -26,7 +26,8 @@ void sendPagedObject(const PagedReply& reply, int64_t count, const rapidjson::Va
 
 // One event of the command: `info` null leaves the key out, `tail` null
 // sends none.
-void sendReplyEvent(const PagedReply& reply, int32_t stage, const char* info, const std::string* tail);
+void sendReplyEvent(const PagedReply& reply, int32_t stage, const char* info, const std::string* tail,
+                    int64_t code = 0);
 
 std::string countInfo(int64_t count);
 

@@ -1,0 +1,80 @@
+#include "zeb_module_itunes.h"
+
+#include "zeb_child_process.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace {
+
+// The final event's JSON: {"error": text}.
+std::string errorInfo(const std::string& text) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    writer.Key("error");
+    writer.String(text.c_str(), static_cast<rapidjson::SizeType>(text.size()));
+    writer.EndObject();
+    return buffer.GetString();
+}
+
+bool needsDevice(uint32_t command) { return command == 1600 || (command >= 1603 && command <= 1605); }
+
+}  // namespace
+
+int ZEBModuleiTunes::execute(IPCPacket1* packet) {
+    DispatchRules rules;
+    rules.needsDevice = needsDevice(packet->commandType);
+    rules.longTask = rules.needsDevice;
+    dispatch(packet, rules, [this](CommandContext& context) -> int64_t {
+        TaskResult result;
+        const uint32_t command = context.packet->commandType;
+        rapidjson::Document request;
+        const bool readsTail = command == 1600 || command == 1602 || command == 1605;
+        // The keys ride in the command's own JSON; a tail, when there is
+        // one, has the last word.
+        if (readsTail) {
+            request.CopyFrom(context.json, request.GetAllocator());
+            rapidjson::Document tail;
+            if (context.tail && context.tailLength) {
+                if (!context.readTail(tail) || !tail.IsObject()) {
+                    result.code = kCodeBadTail;
+                } else {
+                    for (auto& member : tail.GetObject()) {
+                        request.RemoveMember(member.name);
+                        request.AddMember(rapidjson::Value(member.name, request.GetAllocator()),
+                                          rapidjson::Value(member.value, request.GetAllocator()), request.GetAllocator());
+                    }
+                }
+            }
+        }
+        if (result.code == 0) {
+            switch (command) {
+                case 1600: result = backup(context, request); break;
+                case 1602: result.code = static_cast<int32_t>(listBackups(context, request)); break;
+                case 1603: result.code = zeb::DeviceFlag(*context.device, "IsAssociated", "com.apple.fmip") ? 0 : 1; break;
+                case 1604:
+                    result.code = zeb::DeviceFlag(*context.device, "WillEncrypt", "com.apple.mobile.backup") ? 0 : 1;
+                    break;
+                case 1605: result.code = static_cast<int32_t>(changePassword(context, request)); break;
+                case 1606: result.code = 1; break;  // no desktop media program runs on this system
+                default: break;                      // 1607: nothing to stop
+            }
+        }
+        report(context.packet, context.uuid.c_str(), result.code, errorInfo(result.text).c_str());
+        return kAlreadyReported;
+    });
+    return 0;
+}
+
+namespace zeb {
+
+bool DeviceFlag(ZEBDevice& device, const char* key, const char* domain) {
+    PlistVariant value;
+    if (!ReadValue(device.handle, key, domain, value)) return false;
+    int64_t number = 0;
+    if (value.tag() == VariantTag::Bool) return value.boolean();
+    return value.ToInteger(number) && number != 0;
+}
+
+}  // namespace zeb
