@@ -121,8 +121,12 @@ int32_t receiveFiles(BackupSession& session, Keep keep, OnWritten onWritten) {
         if (written) onWritten(target);
         if (blockLength == 0) return 0;
         if (code == kBlockErrorText) {
-            std::string text(blockLength - 1, '\0');
-            if (!stream->read(text.data(), text.size())) return kCodeDeviceDisconnected;
+            // The device's text is shown up to a sensible length; the
+            // rest of the block is read through, whatever length it claims.
+            const uint32_t shown = blockLength - 1 < kLongestName ? blockLength - 1 : kLongestName;
+            std::string text(shown, '\0');
+            if (!stream->read(text.data(), text.size()) || !stream->copy(blockLength - 1 - shown, nullptr))
+                return kCodeDeviceDisconnected;
             if (!hadData) printf("\nReceived an error message from device: %s\n", text.c_str());
         } else if (blockLength > 1) {
             // Codes beyond these end the file like 0; their bytes are read
