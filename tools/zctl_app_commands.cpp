@@ -1,4 +1,5 @@
 #include "zctl_app_commands.h"
+#include "zctl_text.h"
 #include "zeb_parent_commands.h"
 
 #include <rapidjson/document.h>
@@ -36,16 +37,6 @@ int64_t runCommand(zparent::ParentLink& link, uint32_t command, const std::strin
     int64_t code = zparent::runCommand(link, run, command, zparent::uuidJson(udid), tail, onEvent);
     if (code == -1) fprintf(stderr, "zebrelo-ctl: command %u got no report\n", command);
     return code;
-}
-
-std::string sizeText(int64_t bytes) {
-    const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    double value = static_cast<double>(bytes);
-    int unit = 0;
-    while (value >= 1024 && unit < 4) value /= 1024, ++unit;
-    char text[32];
-    snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
-    return text;
 }
 
 std::string member(const rapidjson::Value& app, const char* name) {
@@ -89,7 +80,7 @@ int listApps(zparent::ParentLink& link, const std::string& udid, const AppOption
         if (version.empty()) version = member(app.value, "CFBundleVersion");
         int64_t appSize = number(app.value, "app-size"), dataSize = number(app.value, "data-size");
         printf("%-40s %-28s %-16s %10s %10s\n", app.name.GetString(), name.c_str(), version.c_str(),
-               appSize < 0 ? "-" : sizeText(appSize).c_str(), dataSize < 0 ? "-" : sizeText(dataSize).c_str());
+               appSize < 0 ? "-" : sizeText(static_cast<double>(appSize)).c_str(), dataSize < 0 ? "-" : sizeText(static_cast<double>(dataSize)).c_str());
     }
     printf("%u apps\n", all.MemberCount());
     return 0;
@@ -115,7 +106,7 @@ int fetchIcons(zparent::ParentLink& link, const std::string& udid, const std::ve
         if (event.type != 1 || !info.IsObject() || !info.HasMember("bundle_id") || !info["bundle_id"].IsString()) return;
         const fs::path file = out / iconFileName(info["bundle_id"].GetString());
         std::ofstream(file, std::ios::binary) << event.tail;
-        printf("%s  %s\n", file.c_str(), sizeText(static_cast<int64_t>(event.tail.size())).c_str());
+        printf("%s  %s\n", file.c_str(), sizeText(static_cast<double>(event.tail.size())).c_str());
         ++written;
     });
     if (written < ids.size()) fprintf(stderr, "zebrelo-ctl: %zu of %zu icons not found\n", ids.size() - written, ids.size());

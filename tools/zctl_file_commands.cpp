@@ -1,4 +1,5 @@
 #include "zctl_file_commands.h"
+#include "zctl_text.h"
 #include "zeb_parent_commands.h"
 
 #include "zeb_parent_transfer.h"
@@ -46,18 +47,6 @@ bool waitReady(zparent::ParentLink& link, const std::string& udid, const FileOpt
     return false;
 }
 
-std::string sizeText(double bytes) {
-    const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    int unit = 0;
-    while (bytes >= 1024 && unit < 4) {
-        bytes /= 1024;
-        ++unit;
-    }
-    char text[32];
-    snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-    return text;
-}
-
 // A one-line bar on stderr: done, total, rate since the start, time left.
 class ProgressBar {
 public:
@@ -71,17 +60,13 @@ public:
         double seconds = std::chrono::duration<double>(now - start).count();
         double rate = seconds > 0 ? static_cast<double>(done - startBytes) / seconds : 0;
         double fraction = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1;
-        char left[32] = "--:--";
-        if (rate > 0) {
-            long remaining = static_cast<long>(static_cast<double>(total - done) / rate);
-            snprintf(left, sizeof left, "%02ld:%02ld", remaining / 60, remaining % 60);
-        }
+        const std::string left = clockText(rate > 0 ? static_cast<double>(total - done) / rate : -1);
         std::string bar(30, ' ');
         for (int i = 0; i < static_cast<int>(fraction * 30); ++i) bar[i] = '#';
         if (enabled)
             fprintf(stderr, "\r[%s] %3d%% %s / %s  %s/s  %s left ", bar.c_str(), static_cast<int>(fraction * 100),
                     sizeText(static_cast<double>(done)).c_str(), sizeText(static_cast<double>(total)).c_str(),
-                    sizeText(rate).c_str(), left);
+                    sizeText(rate).c_str(), left.c_str());
         lastDone = done;
         lastTotal = total;
     }

@@ -1,6 +1,7 @@
 // zebrelo-ctl: the reference parent. It starts the worker as a parent
 // would and turns commands and events into a command-line tool.
 #include "zctl_app_commands.h"
+#include "zctl_backup_commands.h"
 #include "zctl_contact_commands.h"
 #include "zctl_device_commands.h"
 #include "zctl_file_commands.h"
@@ -42,6 +43,8 @@ void usage() {
             "                             | contacts remove UDID ID...\n"
             "       zebrelo-ctl [options] groups UDID | groups add UDID NAME | groups rename UDID ID NAME\n"
             "                             | groups members UDID ID [CONTACT-ID]... | groups remove UDID ID...\n"
+            "       zebrelo-ctl [options] backup UDID [FOLDER] | backups [FOLDER...] | encryption UDID\n"
+            "                             | password UDID NEW [--old OLD] | fmip UDID\n"
             "\n"
             "  watch    start the worker and print every event as one JSON line until\n"
             "           interrupted or the worker ends\n"
@@ -68,6 +71,13 @@ void usage() {
             "           numbers and addresses and print the ids the device gave; remove some\n"
             "  groups   the contact groups and their members; add, rename, set the members\n"
             "           (contact ids), remove\n"
+            "  backup   back the device up into FOLDER (default: the worker's backup folder)\n"
+            "           with a progress bar; prints the folder it made\n"
+            "  backups  the backups in the folders (default: the worker's backup folder)\n"
+            "  encryption, fmip   whether backups are encrypted; whether the device is tied\n"
+            "           to a find-my-device account\n"
+            "  password set the backup password (an empty NEW turns encryption off; --old\n"
+            "           gives the one set now)\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
@@ -202,7 +212,7 @@ int main(int argc, char** argv) {
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
     if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb) &&
-        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb)) {
+        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb) && !zctl::isBackupVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -222,6 +232,10 @@ int main(int argc, char** argv) {
     if (zctl::isAppVerb(verb)) {
         zctl::AppOptions appOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
         return zctl::runAppVerb(link, verb, appOptions);
+    }
+    if (zctl::isBackupVerb(verb)) {
+        zctl::BackupOptions backupOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runBackupVerb(link, verb, backupOptions);
     }
     if (zctl::isContactVerb(verb)) {
         zctl::ContactOptions contactOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
