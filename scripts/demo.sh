@@ -83,4 +83,13 @@ echo "\$ zebrelo-ctl contacts $udid"
 echo "\$ zebrelo-ctl groups $udid"
 "${ctl[@]}" groups "$udid"
 
+step "Backup: the device backed up with a progress bar, listed, and read by the stock tool"
+echo "\$ zebrelo-ctl backup $udid $work/backups/"
+made=$("${ctl[@]}" backup "$udid" "$work/backups/")
+echo "$made"
+echo "\$ zebrelo-ctl backups $work/backups"
+"${ctl[@]}" backups "$work/backups"
+echo "\$ idevicebackup2 -s $(basename "$made") info $work/backups | head"
+idevicebackup2 -u "$udid" -s "$(basename "$made")" info "$work/backups" | head -12
+
 step "Done"

@@ -1,0 +1,117 @@
+// Command 1600 and the device questions, against the simulator's backup
+// service, with the stock tool reading what the worker made.
+#include "backup_fixture.h"
+
+#include <regex>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A copy of the small-content profile with switches of its backup service.
+std::unique_ptr<e2e::ProfileVariant> backupVariant(const std::string& switches) {
+    return std::make_unique<e2e::ProfileVariant>(
+        "iphone13-ios17-noapps",
+        std::vector<std::pair<std::string, std::string>>{{"<key>Values</key>", "<key>Backup</key><dict>" + switches +
+                                                                                   "</dict><key>Values</key>"}});
+}
+
+constexpr char kNoAppsUdid[] = "00008110-001A2B3C4D5E6000";
+
+TEST_F(BackupCommands, ABackupGrowsToTheEndAndTheStockToolReadsIt) {
+    start("iphone13-ios17", kBuiltinUdid);
+    const fs::path root = scratch / "worker" / "";
+    const zparent::BackupOutcome outcome = backup(root.string());
+    ASSERT_EQ(outcome.code, 0) << outcome.error;
+    ASSERT_FALSE(outcome.progress.empty());
+    EXPECT_TRUE(std::is_sorted(outcome.progress.begin(), outcome.progress.end()));
+    EXPECT_EQ(std::adjacent_find(outcome.progress.begin(), outcome.progress.end()), outcome.progress.end());
+    EXPECT_EQ(outcome.progress.back(), 10000);
+
+    const fs::path folder(outcome.folder);
+    const std::string name = folder.parent_path().filename().string();
+    EXPECT_TRUE(std::regex_match(name, std::regex(std::string(kBuiltinUdid) + "-[0-9]{14}"))) << name;
+    for (const char* file : {"Info.plist", "Manifest.plist", "Status.plist", "Manifest.db"})
+        EXPECT_TRUE(fs::exists(folder / file)) << file;
+    plist_t info = readPlistFile(folder / "Info.plist");
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(plistText(info, "Target Identifier"), kBuiltinUdid);
+    EXPECT_EQ(plistText(info, "Product Type"), "iPhone14,5");
+    EXPECT_EQ(plistText(info, "Target Type"), "Device");
+    EXPECT_EQ(plistText(info, "iTunes Version"), "11.2.2.3");
+    plist_t installed = plist_dict_get_item(info, "Installed Applications");
+    ASSERT_NE(installed, nullptr);
+    EXPECT_GT(plist_array_get_size(installed), 0u);
+    plist_t apps = plist_dict_get_item(info, "Applications");
+    ASSERT_NE(apps, nullptr);
+    EXPECT_EQ(plist_dict_get_size(apps), plist_array_get_size(installed));
+    plist_free(info);
+
+    int status = -1;
+    const std::string listed = stockTool("-u " + udid + " -s " + name + " info " + root.string(), &status);
+    EXPECT_EQ(status, 0) << listed;
+    EXPECT_NE(listed.find(kBuiltinUdid), std::string::npos) << listed;
+    EXPECT_EQ(status = -1, -1);
+    const std::string files = stockTool("-u " + udid + " -s " + name + " list " + root.string(), &status);
+    EXPECT_EQ(status, 0) << files;
+    EXPECT_NE(files.find("sms.db"), std::string::npos) << files;
+}
+
+TEST_F(BackupCommands, TheWorkersFilesAreTheOnesTheStockToolGets) {
+    start("iphone13-ios17-noapps", kNoAppsUdid);
+    const zparent::BackupOutcome outcome = backup((scratch / "worker" / "").string());
+    ASSERT_EQ(outcome.code, 0) << outcome.error;
+    int status = -1;
+    const std::string output = stockTool("-u " + udid + " backup --full " + (scratch / "stock").string(), &status);
+    ASSERT_EQ(status, 0) << output;
+
+    const fs::path ours(outcome.folder), theirs = scratch / "stock" / udid;
+    std::vector<std::string> hashed;
+    for (const auto& file : filesBelow(ours))
+        if (file.size() > 3 && file[2] == '/') hashed.push_back(file);  // the two-character folders
+    ASSERT_GT(hashed.size(), 10u);
+    for (const auto& file : hashed) EXPECT_EQ(fileBytes(ours / file), fileBytes(theirs / file)) << file;
+}
+
+TEST_F(BackupCommands, ADeviceErrorEndsTheBackupWithItsCodeAndLeavesNoFolder) {
+    auto profile = backupVariant("<key>FailAtPercent</key><integer>30</integer>");
+    start(profile->path(), kNoAppsUdid);
+    const zparent::BackupOutcome outcome = backup((scratch / "failed" / "").string());
+    EXPECT_NE(outcome.code, 0);
+    EXPECT_NE(outcome.code, -1);
+    EXPECT_FALSE(outcome.error.empty());
+    ASSERT_FALSE(outcome.folder.empty());
+    EXPECT_FALSE(fs::exists(outcome.folder));
+}
+
+TEST_F(BackupCommands, ADevicePulledOutMidwayEndsWithoutAFolderAndTheWorkerGoesOn) {
+    auto profile = backupVariant("<key>DropAtPercent</key><integer>30</integer>");
+    start(profile->path(), kNoAppsUdid);
+    const zparent::BackupOutcome outcome = backup((scratch / "dropped" / "").string());
+    EXPECT_TRUE(outcome.code == 45 || outcome.code == 2) << outcome.code;
+    EXPECT_FALSE(outcome.progress.empty());
+    EXPECT_LT(outcome.progress.back(), 10000);
+    EXPECT_FALSE(fs::exists(outcome.folder));
+    EXPECT_EQ(question(1604, zparent::uuidJson(udid)), 1);  // still answering
+}
+
+TEST_F(BackupCommands, QuestionsAndThePasswordReflectTheDevice) {
+    start("iphone13-ios17", kBuiltinUdid);
+    const std::string uuid = zparent::uuidJson(udid);
+    EXPECT_EQ(question(1604, uuid), 1);
+    const int64_t fmip = question(1603, uuid);
+    EXPECT_TRUE(fmip == 0 || fmip == 1);
+    const std::string on = "{\"uuid\":\"" + udid + "\",\"password\":\"s3cret\"}";
+    EXPECT_EQ(question(1605, on), 0);
+    EXPECT_EQ(question(1604, uuid), 0);
+    const std::string off = "{\"uuid\":\"" + udid + "\",\"password\":\"\",\"oldPassword\":\"s3cret\"}";
+    EXPECT_EQ(question(1605, off), 1);
+    EXPECT_EQ(question(1604, uuid), 1);
+
+    EXPECT_EQ(question(1600, "{\"uuid\":\"no-such-device\",\"path\":\"\"}"), 7);
+    EXPECT_EQ(question(1602, "{\"uuid\":\"\"}"), 21);
+    EXPECT_EQ(question(1606, uuid), 1);
+    EXPECT_EQ(question(1607, uuid), 0);
+}
+
+}  // namespace
