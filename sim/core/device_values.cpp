@@ -2,6 +2,7 @@
 // (kept in the state folder), and the few values that are computed.
 #include "core/device.h"
 
+#include "core/backup_settings.h"
 #include "core/device_keys.h"
 
 #include <chrono>
@@ -24,6 +25,9 @@ const std::set<std::string> kOpenKeys = {
 // Keys computed at the moment they are asked for.
 const char* const kDynamicKeys[] = {"UniqueDeviceID", "DevicePublicKey", "TimeIntervalSince1970",
                                     "PasswordProtected", "HostAttached", "TrustedHostAttached"};
+
+// Its WillEncrypt follows the backup service's encryption setting.
+const char* const kBackupDomain = "com.apple.mobile.backup";
 
 const char* overrideSlot(const std::string& domain) { return domain.empty() ? "DefaultDomain" : domain.c_str(); }
 
@@ -94,6 +98,8 @@ PlistPtr Device::getValue(const std::string& domain, const std::string& key, boo
             error = exists ? "GetProhibited" : "MissingValue";
             return nullptr;
         }
+        if (domain == kBackupDomain && key == "WillEncrypt")
+            return adopt(plist_new_bool(backupSettingsFor(stateDir_, udid_, profile_.get()).willEncrypt()));
         if (overrides && plist_dict_get_item(overrides.get(), key.c_str()))
             return adopt(plist_copy(plist_dict_get_item(overrides.get(), key.c_str())));
         if (domain.empty()) {
@@ -112,6 +118,9 @@ PlistPtr Device::getValue(const std::string& domain, const std::string& key, boo
         }
     }
     mergeDict(all.get(), overrides.get());
+    if (domain == kBackupDomain)
+        plist_dict_set_item(all.get(), "WillEncrypt",
+                            plist_new_bool(backupSettingsFor(stateDir_, udid_, profile_.get()).willEncrypt()));
     if (!inSession) {
         // Before a session the device shows only its public face.
         PlistPtr open = adopt(plist_new_dict());

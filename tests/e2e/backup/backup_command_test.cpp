@@ -51,7 +51,6 @@ TEST_F(BackupCommands, ABackupGrowsToTheEndAndTheStockToolReadsIt) {
     const std::string listed = stockTool("-u " + udid + " -s " + name + " info " + root.string(), &status);
     EXPECT_EQ(status, 0) << listed;
     EXPECT_NE(listed.find(kBuiltinUdid), std::string::npos) << listed;
-    EXPECT_EQ(status = -1, -1);
     const std::string files = stockTool("-u " + udid + " -s " + name + " list " + root.string(), &status);
     EXPECT_EQ(status, 0) << files;
     EXPECT_NE(files.find("sms.db"), std::string::npos) << files;
@@ -62,6 +61,7 @@ TEST_F(BackupCommands, TheWorkersFilesAreTheOnesTheStockToolGets) {
     const zparent::BackupOutcome outcome = backup((scratch / "worker" / "").string());
     ASSERT_EQ(outcome.code, 0) << outcome.error;
     int status = -1;
+    fs::create_directories(scratch / "stock");  // the stock tool makes only the device's folder
     const std::string output = stockTool("-u " + udid + " backup --full " + (scratch / "stock").string(), &status);
     ASSERT_EQ(status, 0) << output;
 

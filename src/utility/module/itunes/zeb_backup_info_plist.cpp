@@ -139,9 +139,7 @@ void addApplications(CfDictionary& info, ZEBDevice& device, const IPCPacket1* co
 }
 
 // The media partition's files the desktop library keeps, as data.
-void addDeviceFiles(CfDictionary& info, ZEBDevice& device) {
-    int32_t error = 0;
-    ServicePtr afc = zeb::StartService(device.handle, error, "com.apple.afc", nullptr, true);
+void addDeviceFiles(CfDictionary& info, const ServicePtr& afc) {
     if (!afc || !afc->afc) return;
     std::string content;
     if (zeb::AfcDownloadFile(afc->afc, "/Books/iBooksData2.plist", nullptr, &content) && !content.empty())
@@ -161,6 +159,10 @@ void addDeviceFiles(CfDictionary& info, ZEBDevice& device) {
 namespace backup {
 
 void writeInfoPlist(ZEBDevice& device, const IPCPacket1* command, const std::filesystem::path& folder) {
+    // Held to the end: the media partition's files come through it, and it
+    // keeps the session up for the device's values.
+    int32_t error = 0;
+    ServicePtr afc = zeb::StartService(device.handle, error, "com.apple.afc", nullptr, true);
     rapidjson::Document properties;
     const std::string overview = zeb::BuildDeviceOverview(device);
     properties.Parse(overview.c_str(), overview.size());
@@ -186,7 +188,7 @@ void writeInfoPlist(ZEBDevice& device, const IPCPacket1* command, const std::fil
     std::string upper = udid;
     for (char& c : upper) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
     info.text("Unique Identifier", upper);
-    addDeviceFiles(info, device);
+    addDeviceFiles(info, afc);
     CfDictionary settings;
     info.put("iTunes Settings", settings.get());
     info.text("iTunes Version", "11.2.2.3");

@@ -70,6 +70,9 @@ int ZEBModuleiTunes::execute(IPCPacket1* packet) {
 namespace zeb {
 
 bool DeviceFlag(ZEBDevice& device, const char* key, const char* domain) {
+    // These domains are read inside a session only.
+    int32_t error = 0;
+    SessionPtr session = GetSession(device.handle, error);
     PlistVariant value;
     if (!ReadValue(device.handle, key, domain, value)) return false;
     int64_t number = 0;
