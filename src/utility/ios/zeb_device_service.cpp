@@ -73,9 +73,14 @@ ServicePtr StartService(DeviceHandle handle, int32_t& error, const char* name, C
         if (service) services.afcServices[handle] = service;
         return service;
     }
+    // One backup conversation per device at a time: the next one waits
+    // until this service is let go. Other services only take turns.
+    const bool isBackup = std::string(name) == kBackupService;
     const std::string key = busyKey(handle);
-    services.released.wait(hold, [&] { return services.busy.count(key) == 0; });
-    return startInner(handle, error, name, options, openAfc);
+    if (isBackup) services.released.wait(hold, [&] { return services.busy.count(key) == 0; });
+    ServicePtr service = startInner(handle, error, name, options, openAfc);
+    if (service && isBackup) services.busy.insert(key);
+    return service;
 }
 
 }  // namespace zeb

@@ -2,6 +2,7 @@
 // service, with the stock tool reading what the worker made.
 #include "backup_fixture.h"
 
+#include <map>
 #include <regex>
 
 namespace fs = std::filesystem;
@@ -112,6 +113,52 @@ TEST_F(BackupCommands, QuestionsAndThePasswordReflectTheDevice) {
     EXPECT_EQ(question(1602, "{\"uuid\":\"\"}"), 21);
     EXPECT_EQ(question(1606, uuid), 1);
     EXPECT_EQ(question(1607, uuid), 0);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(BackupCommands, ADeviceWithoutTelephonyHasNoCardNumbersAndARefusedServiceIs12) {
+    start("ipad-air-ios15", "00008101-000A1B2C3D4E502E");
+    const zparent::BackupOutcome outcome = backup((scratch / "ipad" / "").string());
+    ASSERT_EQ(outcome.code, 0) << outcome.error;
+    plist_t info = readPlistFile(fs::path(outcome.folder) / "Info.plist");
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(plist_dict_get_item(info, "ICCID"), nullptr);
+    EXPECT_EQ(plist_dict_get_item(info, "IMEI"), nullptr);
+    EXPECT_EQ(plistText(info, "Product Type"), "iPad13,1");
+    plist_free(info);
+
+    ASSERT_EQ(sim->control("refuse-service " + udid + " com.apple.mobilebackup2 on"), "ok");
+    const zparent::BackupOutcome refused = backup((scratch / "refused" / "").string());
+    EXPECT_EQ(refused.code, 12);
+    EXPECT_EQ(refused.error, "DeviceOpenAFCServiceFail");
+}
+
+TEST_F(BackupCommands, TwoBackupsOfOneDeviceTakeTurns) {
+    start("iphone13-ios17-noapps", "00008110-001A2B3C4D5E6000");
+    const std::string json1 = "{\"uuid\":\"" + udid + "\",\"path\":\"" + (scratch / "one" / "").string() + "\"}";
+    const std::string json2 = "{\"uuid\":\"" + udid + "\",\"path\":\"" + (scratch / "two" / "").string() + "\"}";
+    const uint64_t first = worker->nextTaskId(), second = worker->nextTaskId();
+    ASSERT_TRUE(worker->link.sendCommand(first, 1600, json1));
+    ASSERT_TRUE(worker->link.sendCommand(second, 1600, json2));
+    std::map<uint64_t, int64_t> codes;
+    while (codes.size() < 2) {
+        auto event = worker->waitFor([&](const zparent::Event& e) {
+            return (e.frame.taskId == first || e.frame.taskId == second) && zparent::isFinalReport(e);
+        }, std::chrono::seconds(60));
+        ASSERT_TRUE(event.has_value());
+        codes[event->frame.taskId] = event->code;
+    }
+    EXPECT_EQ(codes[first], 0);
+    EXPECT_EQ(codes[second], 0);
+    for (const char* folder : {"one", "two"}) {
+        std::vector<std::string> made;
+        for (const auto& entry : fs::directory_iterator(scratch / folder)) made.push_back(entry.path().string());
+        ASSERT_EQ(made.size(), 1u) << folder;
+        EXPECT_TRUE(fs::exists(fs::path(made[0]) / "Manifest.db")) << made[0];
+    }
 }
 
 }  // namespace
