@@ -162,3 +162,28 @@ TEST_F(BackupCommands, TwoBackupsOfOneDeviceTakeTurns) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(BackupCommands, AfterADeviceIsCutOffMidwayTheNextBackupSucceeds) {
+    auto profile = backupVariant("<key>PageDelayMilliseconds</key><integer>300</integer>");
+    start(profile->path(), kNoAppsUdid);
+    const std::string json = "{\"uuid\":\"" + udid + "\",\"path\":\"" + (scratch / "cut" / "").string() + "\"}";
+    const uint64_t task = worker->nextTaskId();
+    ASSERT_TRUE(worker->link.sendCommand(task, 1600, json));
+    // Cut the device's connections once the first progress figure is in.
+    ASSERT_TRUE(worker->waitFor([&](const zparent::Event& e) {
+        return e.frame.taskId == task && e.stage == 1 && e.frame.packetStatus == 2;
+    }, std::chrono::seconds(30)).has_value());
+    ASSERT_EQ(sim->control("break " + udid), "ok");
+    auto final = worker->waitFor([&](const zparent::Event& e) { return e.frame.taskId == task && zparent::isFinalReport(e); },
+                                 std::chrono::seconds(60));
+    ASSERT_TRUE(final.has_value());
+    EXPECT_NE(final->code, 0);
+    EXPECT_TRUE(fs::is_empty(scratch / "cut"));  // the partial backup is gone
+
+    const zparent::BackupOutcome next = backup((scratch / "next" / "").string());
+    EXPECT_EQ(next.code, 0) << next.error;
+}
+
+}  // namespace
