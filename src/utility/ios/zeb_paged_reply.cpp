@@ -49,4 +49,21 @@ void sendPagedObject(const PagedReply& reply, int64_t count, const rapidjson::Va
     }
 }
 
+void sendPagedArray(const PagedReply& reply, int64_t count, const rapidjson::Value& array, size_t perChunk) {
+    const std::string info = countInfo(count);
+    sendReplyEvent(reply, 0, info.c_str(), nullptr);
+    if (!array.IsArray() || perChunk == 0) return;
+    rapidjson::StringBuffer chunk;
+    std::string tail;
+    for (auto item = array.Begin(); item != array.End();) {
+        chunk.Clear();
+        rapidjson::Writer<rapidjson::StringBuffer> writer(chunk);
+        writer.StartArray();
+        for (size_t n = 0; n < perChunk && item != array.End(); ++n, ++item) item->Accept(writer);
+        writer.EndArray();
+        tail.assign(chunk.GetString(), chunk.GetSize());
+        sendReplyEvent(reply, 1, info.c_str(), &tail);
+    }
+}
+
 }  // namespace zeb

@@ -24,6 +24,10 @@ struct PagedReply {
 // `perChunk` members, each chunk the text of one JSON object.
 void sendPagedObject(const PagedReply& reply, int64_t count, const rapidjson::Value& object, size_t perChunk);
 
+// The head with `count`, then `array`'s elements in chunks of at most
+// `perChunk`, each chunk the text of one JSON array.
+void sendPagedArray(const PagedReply& reply, int64_t count, const rapidjson::Value& array, size_t perChunk);
+
 // One event of the command: `info` null leaves the key out, `tail` null
 // sends none.
 void sendReplyEvent(const PagedReply& reply, int32_t stage, const char* info, const std::string* tail,

@@ -7,8 +7,7 @@
 #include "zeb_paged_reply.h"
 #include "zeb_sync_service.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include <vector>
 
 namespace {
 
@@ -18,24 +17,11 @@ std::string memberText(const rapidjson::Document& request, const char* key) {
     return std::string(found->value.GetString(), found->value.GetStringLength());
 }
 
-// {entity: {proposed id: device id}} for the contact and every child
-// entity the device gave ids to, in entity order.
 std::string idMapReply(const ChangeReplyContext& reply) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.StartObject();
-    for (size_t entity = 0; entity < kContactEntityCount; ++entity) {
-        if (entity > 0 && reply.idMaps[entity].empty()) continue;
-        writer.Key(kContactEntities[entity]);
-        writer.StartObject();
-        for (const auto& [proposed, given] : reply.idMaps[entity]) {
-            writer.Key(proposed.c_str(), static_cast<rapidjson::SizeType>(proposed.size()));
-            writer.String(given.c_str(), static_cast<rapidjson::SizeType>(given.size()));
-        }
-        writer.EndObject();
-    }
-    writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize());
+    std::vector<std::pair<const char*, const zeb::SyncIdMap*>> entities;
+    for (size_t entity = 0; entity < kContactEntityCount; ++entity)
+        entities.emplace_back(kContactEntities[entity], &reply.idMaps[entity]);
+    return zeb::idMapReplyText(entities);
 }
 
 }  // namespace

@@ -26,12 +26,7 @@ int ZEBModuleContact::execute(IPCPacket1* packet) {
 
 bool ZEBModuleContact::beginChange(CommandContext& context, ChangeReplyContext& reply, const SyncTexts& texts,
                                    const SyncWriteWaits& waits, SyncSession& session) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return false;
     reply.deviceId = context.device->udid;
     reply.module = this;
-    session = SyncSession(service->connection);
-    session.open(texts, waits.afterStart);
-    session.prepareChanges(texts, waits);
-    return true;
+    return zeb::BeginSyncChange(context, texts, waits, session);
 }

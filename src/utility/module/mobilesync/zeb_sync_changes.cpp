@@ -2,6 +2,8 @@
 
 #include "zeb_format.h"
 
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <tinyxml2.h>
 
 #include <regex>
@@ -34,6 +36,25 @@ std::string replaceProposedId(const std::string& text, const std::string& propos
         }
         return out.append(text, from, std::string::npos);
     }
+}
+
+std::string idMapReplyText(const std::vector<std::pair<const char*, const SyncIdMap*>>& entities) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    for (size_t n = 0; n < entities.size(); ++n) {
+        const auto& [entity, map] = entities[n];
+        if (n > 0 && map->empty()) continue;
+        writer.Key(entity);
+        writer.StartObject();
+        for (const auto& [proposed, given] : *map) {
+            writer.Key(proposed.c_str(), static_cast<rapidjson::SizeType>(proposed.size()));
+            writer.String(given.c_str(), static_cast<rapidjson::SizeType>(given.size()));
+        }
+        writer.EndObject();
+    }
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 void collectIdMap(const PlistVariant& message, SyncIdMap& map) {

@@ -30,6 +30,10 @@ std::string replaceProposedId(const std::string& text, const std::string& propos
 // in the message, as proposed id -> device id.
 void collectIdMap(const PlistVariant& message, SyncIdMap& map);
 
+// The reply to an add: {entity: {proposed id: device id}} for the first
+// entity always and for each later one whose map is not empty, in order.
+std::string idMapReplyText(const std::vector<std::pair<const char*, const SyncIdMap*>>& entities);
+
 // A change message parsed for editing its first record dictionary; the
 // printer escapes whatever is added.
 class SyncRecordEdit {

@@ -9,6 +9,16 @@ ServicePtr StartSyncService(CommandContext& context) {
     return service;
 }
 
+bool BeginSyncChange(CommandContext& context, const SyncTexts& texts, const SyncWriteWaits& waits,
+                     SyncSession& session) {
+    ServicePtr service = StartSyncService(context);
+    if (!service) return false;
+    session = SyncSession(service->connection);
+    session.open(texts, waits.afterStart);
+    session.prepareChanges(texts, waits);
+    return true;
+}
+
 int64_t syncListCount(const ZEBDevice& device, const char* accountName, size_t records) {
     if (records == 0 && HasSyncAccount(device.handle, accountName)) return -1;
     return static_cast<int64_t>(records);

@@ -3,6 +3,7 @@
 
 #include "zeb_command_context.h"
 #include "zeb_device.h"
+#include "zeb_sync_session.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +16,11 @@ namespace zeb {
 // holds it until its final report has gone out: the dialogue runs, the
 // parent hears the outcome, then the service is let go.
 ServicePtr StartSyncService(CommandContext& context);
+
+// The service started and a change session walked up to where the device
+// takes changes. False when the service would not start.
+bool BeginSyncChange(CommandContext& context, const SyncTexts& texts, const SyncWriteWaits& waits,
+                     SyncSession& session);
 
 // The count a list of the class goes out with: the number of records, or
 // -1 when there are none and the device keeps the class in an account (the
