@@ -3,11 +3,13 @@
 #include "zeb_module.h"
 #include "zeb_module_app.h"
 #include "zeb_module_basicinfo.h"
+#include "zeb_module_bookmark.h"
 #include "zeb_module_calendar.h"
 #include "zeb_module_contact.h"
 #include "zeb_module_control.h"
 #include "zeb_module_file.h"
 #include "zeb_module_itunes.h"
+#include "zeb_module_note.h"
 
 #include <atomic>
 #include <initializer_list>
@@ -39,6 +41,8 @@ void buildCommandTable() {
         enter(*table, new ZEBModuleFile, {701, 702, 703, 704});
         enter(*table, new ZEBModuleContact, {100, 102, 103, 104, 105, 106});
         enter(*table, new ZEBModuleCalendar, {1500, 1501, 1502});
+        enter(*table, new ZEBModuleNote, {1200, 1201});
+        enter(*table, new ZEBModuleBookmark, {1400, 1401, 1402});
         enter(*table, new ZEBModuleiTunes, {1600, 1602, 1603, 1604, 1605, 1606, 1607});
         enter(*table, new ZEBModuleControl, {600});
         commandTable.store(table);
