@@ -36,11 +36,15 @@ plist_t recordPlist(const ChangeRecord& record) {
         else
             plist_dict_set_item(dict, name.c_str(), plist_new_string(value.c_str()));
     }
-    if (!record.owners.empty()) {
-        plist_t owners = plist_new_array();
-        for (const auto& owner : record.owners) plist_array_append_item(owners, plist_new_string(owner.c_str()));
-        plist_dict_set_item(dict, "contact", owners);
+    std::map<std::string, std::vector<std::string>> links = record.links;
+    if (!record.owners.empty()) links["contact"] = record.owners;
+    for (const auto& [name, ids] : links) {
+        plist_t list = plist_new_array();
+        for (const auto& id : ids) plist_array_append_item(list, plist_new_string(id.c_str()));
+        plist_dict_set_item(dict, name.c_str(), list);
     }
+    for (const auto& [name, value] : record.integers)
+        plist_dict_set_item(dict, name.c_str(), plist_new_uint(static_cast<uint64_t>(value)));
     return dict;
 }
 
@@ -88,19 +92,18 @@ ContactDraft draftFromName(const std::string& fullName) {
     return draft;
 }
 
-std::string contactChangeText(const std::string& entity, const std::vector<std::pair<std::string, ChangeRecord>>& records,
-                              bool moreToCome) {
+std::string changeMessageText(const std::string& dataClass, const std::vector<std::string>& entityNames,
+                              const std::vector<std::pair<std::string, ChangeRecord>>& records, bool moreToCome) {
     plist_t message = plist_new_array();
     plist_array_append_item(message, plist_new_string("SDMessageProcessChanges"));
-    plist_array_append_item(message, plist_new_string(kContactClass));
+    plist_array_append_item(message, plist_new_string(dataClass.c_str()));
     plist_t dict = plist_new_dict();
     for (const auto& [id, record] : records) plist_dict_set_item(dict, id.c_str(), recordPlist(record));
     plist_array_append_item(message, dict);
     plist_array_append_item(message, plist_new_bool(moreToCome));
     plist_t actions = plist_new_dict();
     plist_t names = plist_new_array();
-    plist_array_append_item(names, plist_new_string(entity.c_str()));
-    if (entity == kContact) plist_array_append_item(names, plist_new_string(kGroup));
+    for (const auto& name : entityNames) plist_array_append_item(names, plist_new_string(name.c_str()));
     plist_dict_set_item(actions, "SyncDeviceLinkEntityNamesKey", names);
     plist_dict_set_item(actions, "SyncDeviceLinkAllRecordsOfPulledEntityTypeSentKey", plist_new_bool(1));
     plist_array_append_item(message, actions);
@@ -111,6 +114,13 @@ std::string contactChangeText(const std::string& entity, const std::vector<std::
     free(xml);
     plist_free(message);
     return text;
+}
+
+std::string contactChangeText(const std::string& entity, const std::vector<std::pair<std::string, ChangeRecord>>& records,
+                              bool moreToCome) {
+    std::vector<std::string> names{entity};
+    if (entity == kContact) names.push_back(kGroup);
+    return changeMessageText(kContactClass, names, records, moreToCome);
 }
 
 std::string contactAddTail(const ContactDraft& draft, const std::string& proposedId) {

@@ -27,15 +27,25 @@ struct ContactDraft {
 // "First Last" split at the last blank into first and last name.
 ContactDraft draftFromName(const std::string& fullName);
 
-// The XML text of one change message of the contact class: `records` maps
-// each record id to its fields (all strings, except "contact", which
-// links a child to its owner, and date fields named in `dateFields`).
+// One record of a change message: string fields (those named in
+// `dateFields` travel as dates), integer fields, and links to other
+// records by id ("contact", "calendar", "owner", "parent").
 struct ChangeRecord {
     std::string entity;
     std::map<std::string, std::string> fields;
     std::vector<std::string> owners;  // the "contact" link of a child
     std::vector<std::string> dateFields;
+    std::map<std::string, int64_t> integers;
+    std::map<std::string, std::vector<std::string>> links;
 };
+
+// The XML text of an "SDMessageProcessChanges" message of `dataClass`
+// whose actions name `entityNames`.
+std::string changeMessageText(const std::string& dataClass, const std::vector<std::string>& entityNames,
+                              const std::vector<std::pair<std::string, ChangeRecord>>& records, bool moreToCome);
+
+// The same for the contact class, naming the entity (and groups beside
+// contacts).
 std::string contactChangeText(const std::string& entity, const std::vector<std::pair<std::string, ChangeRecord>>& records,
                               bool moreToCome);
 

@@ -5,6 +5,7 @@
 #include "zctl_contact_commands.h"
 #include "zctl_device_commands.h"
 #include "zctl_file_commands.h"
+#include "zctl_sync_data_commands.h"
 #include "zeb_parent_link.h"
 
 #include <unistd.h>
@@ -43,6 +44,11 @@ void usage() {
             "                             | contacts remove UDID ID...\n"
             "       zebrelo-ctl [options] groups UDID | groups add UDID NAME | groups rename UDID ID NAME\n"
             "                             | groups members UDID ID [CONTACT-ID]... | groups remove UDID ID...\n"
+            "       zebrelo-ctl [options] calendars UDID | calendars add UDID --title T [--event TITLE@START..END]...\n"
+            "                             | calendars remove UDID ID\n"
+            "       zebrelo-ctl [options] bookmarks UDID | bookmarks add UDID --title T --url U [--folder F]\n"
+            "                             | bookmarks remove UDID ID\n"
+            "       zebrelo-ctl [options] notes UDID | notes add UDID --title T [--body-file F]\n"
             "       zebrelo-ctl [options] backup UDID [FOLDER] | backups [FOLDER...] | encryption UDID\n"
             "                             | password UDID NEW [--old OLD] | fmip UDID\n"
             "\n"
@@ -71,6 +77,9 @@ void usage() {
             "           numbers and addresses and print the ids the device gave; remove some\n"
             "  groups   the contact groups and their members; add, rename, set the members\n"
             "           (contact ids), remove\n"
+            "  calendars, bookmarks, notes   list them (calendars with their events,\n"
+            "           bookmarks as indented trees); add one; remove one by its id\n"
+            "           (times as YYYY-MM-DDTHH:MM:SSZ in UTC)\n"
             "  backup   back the device up into FOLDER (default: the worker's backup folder)\n"
             "           with a progress bar; prints the folder it made\n"
             "  backups  the backups in the folders (default: the worker's backup folder)\n"
@@ -212,7 +221,8 @@ int main(int argc, char** argv) {
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
     if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb) &&
-        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb) && !zctl::isBackupVerb(verb)) {
+        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb) && !zctl::isBackupVerb(verb) &&
+        !zctl::isSyncDataVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
         return 2;
@@ -232,6 +242,10 @@ int main(int argc, char** argv) {
     if (zctl::isAppVerb(verb)) {
         zctl::AppOptions appOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
         return zctl::runAppVerb(link, verb, appOptions);
+    }
+    if (zctl::isSyncDataVerb(verb)) {
+        zctl::SyncDataOptions syncOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runSyncDataVerb(link, verb, syncOptions);
     }
     if (zctl::isBackupVerb(verb)) {
         zctl::BackupOptions backupOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
