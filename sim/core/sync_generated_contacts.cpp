@@ -1,5 +1,7 @@
 #include "core/sync_generated_contacts.h"
 
+#include "core/sync_generated_fields.h"
+
 #include <cctype>
 #include <cstdio>
 #include <string>
@@ -13,18 +15,8 @@ const char* const kFirstNames[] = {"Anna",  "Ben",   "Carla", "David", "Elena", 
 const char* const kLastNames[] = {"Adams", "Berg",   "Costa",  "Dubois", "Evans",  "Fischer", "Garcia",
                                   "Hansen", "Ito",   "Jensen", "Kowalski", "Larsen", "Moreau", "Novak",
                                   "Olsen", "Petrov", "Quist",  "Rossi",  "Silva",  "Tanaka", "Urban"};
-constexpr size_t kFirstCount = sizeof kFirstNames / sizeof *kFirstNames;
-constexpr size_t kLastCount = sizeof kLastNames / sizeof *kLastNames;
-
-plist_t newRecord(const char* entity) {
-    plist_t record = plist_new_dict();
-    plist_dict_set_item(record, kEntityNameKey, plist_new_string(entity));
-    return record;
-}
-
-void setString(plist_t record, const char* key, const std::string& value) {
-    plist_dict_set_item(record, key, plist_new_string(value.c_str()));
-}
+constexpr size_t kFirstCount = countOf(kFirstNames);
+constexpr size_t kLastCount = countOf(kLastNames);
 
 std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -53,7 +45,7 @@ void generateContacts(plist_t generate, uint64_t firstId, SyncRecordList& out) {
         const std::string id = std::to_string(n);
         const std::string first = kFirstNames[i % kFirstCount];
         const std::string last = kLastNames[(i / kFirstCount) % kLastCount];
-        plist_t contact = newRecord("com.apple.contacts.Contact");
+        plist_t contact = newSyncRecord("com.apple.contacts.Contact");
         setString(contact, "first name", first);
         setString(contact, "last name", last);
         setString(contact, "display as company", "person");
@@ -65,10 +57,8 @@ void generateContacts(plist_t generate, uint64_t firstId, SyncRecordList& out) {
         for (uint64_t k = 0; k < children; ++k) {
             const uint64_t index = k / 2;
             const bool phone = k % 2 == 0;
-            plist_t child = newRecord(phone ? "com.apple.contacts.Phone Number" : "com.apple.contacts.Email Address");
-            plist_t owner = plist_new_array();
-            plist_array_append_item(owner, plist_new_string(id.c_str()));
-            plist_dict_set_item(child, "contact", owner);
+            plist_t child = newSyncRecord(phone ? "com.apple.contacts.Phone Number" : "com.apple.contacts.Email Address");
+            setLink(child, "contact", id);
             char value[64];
             if (phone) {
                 const uint64_t number = n * 4 + index;

@@ -1,6 +1,9 @@
 #include "core/sync_profile.h"
 
+#include "core/sync_generated_bookmarks.h"
+#include "core/sync_generated_calendars.h"
 #include "core/sync_generated_contacts.h"
+#include "core/sync_generated_notes.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -35,6 +38,7 @@ plist_t syncClassProfile(plist_t profile, const SyncDataClass& cls) {
 SyncRecordList profileRecords(const SyncDataClass& cls, plist_t classProfile) {
     SyncRecordList records;
     uint64_t highestNumber = 0;
+    SyncRecordIds listedIds;
     if (plist_t listed = dictDict(classProfile, "Records")) {
         plist_dict_iter it = nullptr;
         plist_dict_new_iter(listed, &it);
@@ -45,6 +49,7 @@ SyncRecordList profileRecords(const SyncDataClass& cls, plist_t classProfile) {
             if (!id) break;
             if (dictString(record, kEntityNameKey)) {
                 if (isDecimal(id)) highestNumber = std::max<uint64_t>(highestNumber, strtoull(id, nullptr, 10));
+                listedIds.note(id);
                 records.emplace_back(id, adopt(plist_copy(record)));
             }
             free(id);
@@ -52,7 +57,13 @@ SyncRecordList profileRecords(const SyncDataClass& cls, plist_t classProfile) {
         free(it);
     }
     plist_t generate = dictDict(classProfile, "Generate");
-    if (generate && std::string(cls.storeName) == "Contacts") generateContacts(generate, highestNumber + 1, records);
+    if (!generate) return records;
+    const std::string name = cls.storeName;
+    GeneratedIds ids(listedIds);
+    if (name == "Contacts") generateContacts(generate, highestNumber + 1, records);
+    if (name == "Calendars") generateCalendars(generate, ids, records);
+    if (name == "Bookmarks") generateBookmarks(generate, ids, records);
+    if (name == "Notes") generateNotes(generate, ids, records);
     return records;
 }
 
