@@ -83,6 +83,15 @@ echo "\$ zebrelo-ctl contacts $udid"
 echo "\$ zebrelo-ctl groups $udid"
 "${ctl[@]}" groups "$udid"
 
+step "Bookmarks and notes: the trees, the notes, and a note added"
+echo "\$ zebrelo-ctl bookmarks $udid"
+"${ctl[@]}" bookmarks "$udid"
+printf 'Milk & eggs\n<bread>\n' > "$work/note.txt"
+echo "\$ zebrelo-ctl notes add $udid --title 'Groceries' --body-file $work/note.txt"
+"${ctl[@]}" notes add "$udid" --title "Groceries" --body-file "$work/note.txt" >/dev/null
+echo "\$ zebrelo-ctl notes $udid"
+"${ctl[@]}" notes "$udid"
+
 step "Backup: the device backed up with a progress bar, listed, and read by the stock tool"
 echo "\$ zebrelo-ctl backup $udid $work/backups/"
 made=$("${ctl[@]}" backup "$udid" "$work/backups/")

@@ -208,6 +208,9 @@ TEST_F(SyncData, BadInputGetsItsCodeAndARefusedServiceIs13) {
     EXPECT_EQ(list(1500, "no-such-device").code, 7);
     EXPECT_EQ(change(1502, kBuiltin, "not json").code, 8);
     EXPECT_EQ(change(1402, kBuiltin, "{\"no\":\"id\"}").code, 21);
+    // An add whose text is no property list reaches the device as nothing;
+    // the command still ends with its one report.
+    EXPECT_EQ(change(1401, kBuiltin, "this is not a property list").code, 0);
     const uint64_t taskId = worker->nextTaskId();
     ASSERT_TRUE(worker->link.sendCommand(taskId, 1500, "{\"uuid\":", std::nullopt));
     auto report = worker->waitFor([&](const zparent::Event& e) { return e.frame.taskId == taskId; });
