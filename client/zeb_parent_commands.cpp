@@ -62,6 +62,18 @@ std::string jsonStringArray(const std::vector<std::string>& items) {
     return text + "]";
 }
 
+std::string jsonStringObject(const std::vector<std::pair<std::string, std::string>>& members) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    for (const auto& [key, value] : members) {
+        writer.Key(key.c_str(), static_cast<rapidjson::SizeType>(key.size()));
+        writer.String(value.c_str(), static_cast<rapidjson::SizeType>(value.size()));
+    }
+    writer.EndObject();
+    return buffer.GetString();
+}
+
 std::string uuidJson(const std::string& udid) { return "{\"uuid\":" + jsonString(udid) + "}"; }
 
 }  // namespace zparent

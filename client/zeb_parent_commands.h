@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zparent {
@@ -38,5 +39,7 @@ std::string uuidJson(const std::string& udid);
 // A JSON string literal, and an array of them.
 std::string jsonString(const std::string& text);
 std::string jsonStringArray(const std::vector<std::string>& items);
+// {"key":"value",...} in the given order.
+std::string jsonStringObject(const std::vector<std::pair<std::string, std::string>>& members);
 
 }  // namespace zparent

@@ -1,5 +1,7 @@
 #include "zeb_parent_contacts.h"
 
+#include "zeb_parent_commands.h"
+
 #include <plist/plist.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -65,17 +67,6 @@ void addChildren(std::map<std::string, std::vector<std::pair<std::string, Change
     }
 }
 
-std::string writeObject(const std::vector<std::pair<std::string, std::string>>& members) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.StartObject();
-    for (const auto& [key, value] : members) {
-        writer.Key(key.c_str(), static_cast<rapidjson::SizeType>(key.size()));
-        writer.String(value.c_str(), static_cast<rapidjson::SizeType>(value.size()));
-    }
-    writer.EndObject();
-    return buffer.GetString();
-}
 
 }  // namespace
 
@@ -138,7 +129,7 @@ std::string contactAddTail(const ContactDraft& draft, const std::string& propose
     tail.emplace_back(kContact, contactChangeText(kContact, {{proposedId, contact}}, !byEntity.empty()));
     size_t left = byEntity.size();
     for (const auto& [entity, records] : byEntity) tail.emplace_back(entity, contactChangeText(entity, records, --left > 0));
-    return writeObject(tail);
+    return jsonStringObject(tail);
 }
 
 std::string newProposedId() {
@@ -151,10 +142,10 @@ std::string newProposedId() {
     return text;
 }
 
-std::string removeTail(const std::string& id) { return writeObject({{"id", id}}); }
+std::string removeTail(const std::string& id) { return jsonStringObject({{"id", id}}); }
 
 std::string groupAddTail(const std::string& id, const std::string& name) {
-    return writeObject({{"id", id}, {"name", name}});
+    return jsonStringObject({{"id", id}, {"name", name}});
 }
 
 std::string groupChangeTail(const std::string& guid, const std::string& id, const std::string& name,

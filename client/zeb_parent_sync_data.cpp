@@ -1,5 +1,7 @@
 #include "zeb_parent_sync_data.h"
 
+#include "zeb_parent_commands.h"
+
 #include "zeb_parent_contacts.h"
 
 #include <rapidjson/stringbuffer.h>
@@ -13,17 +15,6 @@ const char kCalendars[] = "com.apple.Calendars";
 const char kCalendar[] = "com.apple.calendars.Calendar";
 const char kEvent[] = "com.apple.calendars.Event";
 
-std::string object(const std::vector<std::pair<std::string, std::string>>& members) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.StartObject();
-    for (const auto& [key, value] : members) {
-        writer.Key(key.c_str(), static_cast<rapidjson::SizeType>(key.size()));
-        writer.String(value.c_str(), static_cast<rapidjson::SizeType>(value.size()));
-    }
-    writer.EndObject();
-    return buffer.GetString();
-}
 
 }  // namespace
 
@@ -50,7 +41,7 @@ std::string calendarAddTail(const std::string& calendarId, const std::string& ti
         }
         tail.emplace_back(kEvent, changeMessageText(kCalendars, {kEvent}, records, false));
     }
-    return object(tail);
+    return jsonStringObject(tail);
 }
 
 std::string bookmarkAddText(const std::string& proposedId, const std::string& title, const std::string& url,
@@ -64,7 +55,7 @@ std::string bookmarkAddText(const std::string& proposedId, const std::string& ti
 }
 
 std::string noteAddTail(const std::string& proposedId, const std::string& title, const std::string& content) {
-    return object({{"id", proposedId}, {"title", title}, {"content", content}});
+    return jsonStringObject({{"id", proposedId}, {"title", title}, {"content", content}});
 }
 
 bool addToPagedItems(PagedItems& list, const Event& event, uint32_t commandType) {

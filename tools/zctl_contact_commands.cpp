@@ -1,5 +1,6 @@
 #include "zctl_contact_commands.h"
 
+#include "zctl_command_runner.h"
 #include "zeb_parent_commands.h"
 #include "zeb_parent_contacts.h"
 
@@ -33,7 +34,8 @@ const char* codeText(int64_t code) {
 
 class ContactSession {
 public:
-    ContactSession(zparent::ParentLink& link, const ContactOptions& options) : link_(link), options_(options) {}
+    ContactSession(zparent::ParentLink& link, const ContactOptions& options)
+        : link_(link), options_(options), runner_(link, options.timeoutSeconds, options.interrupted, codeText) {}
 
     bool ready(const std::string& udid) {
         if (!zparent::waitForReady(link_, udid, std::chrono::seconds(options_.timeoutSeconds), options_.interrupted)
@@ -43,39 +45,25 @@ public:
         return false;
     }
 
-    // Runs one command; prints why it failed. True on code 0.
-    bool run(uint32_t command, const std::string& udid, const std::optional<std::string>& tail,
-             const std::function<void(const Event&)>& onEvent) {
-        zparent::CommandRun run;
-        run.taskId = ++taskId_;
-        run.idleTimeout = std::chrono::seconds(options_.timeoutSeconds);
-        run.interrupted = options_.interrupted;
-        const int64_t code = zparent::runCommand(link_, run, command, zparent::uuidJson(udid), tail, onEvent);
-        if (code == 0) return true;
-        fprintf(stderr, "zebrelo-ctl: command %u failed with code %lld: %s\n", command, static_cast<long long>(code),
-                codeText(code));
-        return false;
-    }
-
     // Command 100: the groups (frames 101) and the contacts (frames 100).
     bool list(const std::string& udid, zparent::PagedList& groups, zparent::PagedList& contacts) {
-        return run(100, udid, std::nullopt, [&](const Event& event) {
+        return runner_.run(100, udid, std::nullopt, [&](const Event& event) {
             if (!zparent::addToPagedList(groups, event, 101)) zparent::addToPagedList(contacts, event, 100);
         });
     }
 
-    // The tail of the one reply event of a change command.
+    // The parsed tail of the one reply event of a change command.
     bool change(uint32_t command, const std::string& udid, const std::string& tail, rapidjson::Document& reply) {
-        bool ok = run(command, udid, tail, [&](const Event& event) {
-            if (event.stage == 0 && event.frame.packetStatus == 2) reply.Parse(event.tail.c_str(), event.tail.size());
-        });
+        bool ok = false;
+        const std::string text = runner_.change(command, udid, tail, ok);
+        if (!text.empty()) reply.Parse(text.c_str(), text.size());
         return ok;
     }
 
 private:
     zparent::ParentLink& link_;
     const ContactOptions& options_;
-    uint64_t taskId_ = 0;
+    CommandRunner runner_;
 };
 
 std::string text(const rapidjson::Value& object, const char* key) {

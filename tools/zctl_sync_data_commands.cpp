@@ -1,5 +1,6 @@
 #include "zctl_sync_data_commands.h"
 
+#include "zctl_command_runner.h"
 #include "zeb_parent_commands.h"
 #include "zeb_parent_contacts.h"
 #include "zeb_parent_sync_data.h"
@@ -32,35 +33,15 @@ const char* codeText(int64_t code) {
 }
 
 struct Run {
-    zparent::ParentLink& link;
+    CommandRunner runner;
     const SyncDataOptions& options;
-    uint64_t taskId = 0;
-
-    // One command; its events go to `onEvent`. True on code 0.
-    bool command(uint32_t number, const std::string& udid, const std::optional<std::string>& tail,
-                 const std::function<void(const Event&)>& onEvent) {
-        zparent::CommandRun run;
-        run.taskId = ++taskId;
-        run.idleTimeout = std::chrono::seconds(options.timeoutSeconds);
-        run.interrupted = options.interrupted;
-        const int64_t code = zparent::runCommand(link, run, number, zparent::uuidJson(udid), tail, onEvent);
-        if (code == 0) return true;
-        fprintf(stderr, "zebrelo-ctl: command %u failed with code %lld: %s\n", number, static_cast<long long>(code),
-                codeText(code));
-        return false;
-    }
 
     bool list(uint32_t number, const std::string& udid, zparent::PagedItems& items) {
-        return command(number, udid, std::nullopt, [&](const Event& event) { zparent::addToPagedItems(items, event, number); });
+        return runner.run(number, udid, std::nullopt,
+                          [&](const Event& event) { zparent::addToPagedItems(items, event, number); });
     }
-
-    // The tail of a change command's one reply event, or empty.
     std::string change(uint32_t number, const std::string& udid, const std::string& tail, bool& ok) {
-        std::string reply;
-        ok = command(number, udid, tail, [&](const Event& event) {
-            if (event.stage == 0 && event.frame.packetStatus == 2) reply = event.tail;
-        });
-        return reply;
+        return runner.change(number, udid, tail, ok);
     }
 };
 
@@ -94,12 +75,12 @@ int calendars(Run& run, const std::string& udid, const std::vector<std::string>&
         auto options = optionsFrom(words, 3);
         if (options["--title"].empty()) return fprintf(stderr, "zebrelo-ctl: calendars add needs --title\n"), 2;
         std::vector<zparent::EventDraft> events;
-        for (const auto& spec : options["--event"]) {
+        for (const auto& given : options["--event"]) {
             // TITLE@START..END, both times in UTC as YYYY-MM-DDTHH:MM:SSZ
-            const size_t at = spec.find('@'), dots = spec.find("..");
+            const size_t at = given.find('@'), dots = given.find("..");
             if (at == std::string::npos || dots == std::string::npos || dots < at)
-                return fprintf(stderr, "zebrelo-ctl: an event is TITLE@START..END: %s\n", spec.c_str()), 2;
-            events.push_back({spec.substr(0, at), spec.substr(at + 1, dots - at - 1), spec.substr(dots + 2)});
+                return fprintf(stderr, "zebrelo-ctl: an event is TITLE@START..END: %s\n", given.c_str()), 2;
+            events.push_back({given.substr(0, at), given.substr(at + 1, dots - at - 1), given.substr(dots + 2)});
         }
         bool ok = false;
         const std::string reply =
@@ -204,7 +185,7 @@ int runSyncDataVerb(zparent::ParentLink& link, const std::string& verb, const Sy
         fprintf(stderr, "zebrelo-ctl: device %s did not become ready\n", udid.c_str());
         return 1;
     }
-    Run run{link, options};
+    Run run{CommandRunner(link, options.timeoutSeconds, options.interrupted, codeText), options};
     if (verb == "calendars") return calendars(run, udid, words);
     if (verb == "bookmarks") return bookmarks(run, udid, words);
     return notes(run, udid, words);

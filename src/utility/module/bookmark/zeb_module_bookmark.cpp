@@ -23,20 +23,11 @@ int ZEBModuleBookmark::execute(IPCPacket1* packet) {
 }
 
 int64_t ZEBModuleBookmark::query(CommandContext& context) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
     BookmarkReplyContext reply;
     reply.deviceId = context.device->udid;
-    SyncSession session(service->connection);
-    session.open(bookmark::kListTexts, nullptr);
-    SyncRecordReader reader;
-    reader.handler = BookmarkReplyHandler;
-    reader.context = &reply;
-    reader.mode = &reply.mode;
-    reader.firstBatchMode = kBookmarkRead;
-    reader.furtherBatchMode = kBookmarkRead;
-    reader.readsEveryBatch = false;  // the first batch is all that is read
-    session.readAll(bookmark::kListTexts, reader);
+    // The first batch is all that is read.
+    const SyncRecordReader reader(BookmarkReplyHandler, &reply, &reply.mode, kBookmarkRead, kBookmarkRead, false);
+    if (!zeb::ReadAllSyncRecords(context, "Bookmark", bookmark::kListTexts, reader)) return kCodeSyncServiceFailed;
     bookmark::sortTree(reply);
 
     const zeb::PagedReply list{context.packet, 1400, context.device->udid};

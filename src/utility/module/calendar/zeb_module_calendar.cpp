@@ -5,8 +5,6 @@
 #include "zeb_paged_reply.h"
 #include "zeb_sync_service.h"
 
-#include <glog/logging.h>
-
 namespace {
 
 constexpr size_t kCalendarsPerChunk = 20;
@@ -36,20 +34,11 @@ int ZEBModuleCalendar::execute(IPCPacket1* packet) {
 }
 
 int64_t ZEBModuleCalendar::query(CommandContext& context) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
-    LOG(INFO) << __FILE__ << " Calendar querylist pInstallServer: " << static_cast<void*>(service->connection);
     CalendarReplyContext reply;
     reply.deviceId = context.device->udid;
-    SyncSession session(service->connection);
-    session.open(calendar::kTexts, nullptr);
-    SyncRecordReader reader;
-    reader.handler = CalendarReplyHandler;
-    reader.context = &reply;
-    reader.mode = &reply.mode;
-    reader.firstBatchMode = kCalendarFirstBatch;
-    reader.furtherBatchMode = kCalendarFurtherBatch;
-    session.readAll(calendar::kTexts, reader);
+    const SyncRecordReader reader(CalendarReplyHandler, &reply, &reply.mode, kCalendarFirstBatch,
+                                  kCalendarFurtherBatch, true);
+    if (!zeb::ReadAllSyncRecords(context, "Calendar", calendar::kTexts, reader)) return kCodeSyncServiceFailed;
 
     rapidjson::Document calendars;
     calendar::buildCalendars(reply, calendars);

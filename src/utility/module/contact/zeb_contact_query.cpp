@@ -5,8 +5,6 @@
 #include "zeb_paged_reply.h"
 #include "zeb_sync_service.h"
 
-#include <glog/logging.h>
-
 namespace {
 
 constexpr size_t kRecordsPerChunk = 100;
@@ -14,22 +12,12 @@ constexpr size_t kRecordsPerChunk = 100;
 }  // namespace
 
 int64_t ZEBModuleContact::query(CommandContext& context) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
-    LOG(INFO) << __FILE__ << " Contact querylist pInstallServer: " << static_cast<void*>(service->connection);
-
     ChangeReplyContext reply;
     reply.deviceId = context.device->udid;
     reply.module = this;
-    SyncSession session(service->connection);
-    session.open(contact::kQueryTexts, nullptr);
-    SyncRecordReader reader;
-    reader.handler = ContactReplyHandler;
-    reader.context = &reply;
-    reader.mode = &reply.mode;
-    reader.firstBatchMode = kContactFirstBatch;
-    reader.furtherBatchMode = kContactFurtherBatch;
-    session.readAll(contact::kQueryTexts, reader);
+    const SyncRecordReader reader(ContactReplyHandler, &reply, &reply.mode, kContactFirstBatch, kContactFurtherBatch,
+                                  true);
+    if (!zeb::ReadAllSyncRecords(context, "Contact", contact::kQueryTexts, reader)) return kCodeSyncServiceFailed;
 
     zeb::PagedReply groups{context.packet, 101, context.device->udid};
     zeb::sendPagedObject(groups, reply.groups.MemberCount(), reply.groups, kRecordsPerChunk);

@@ -1,5 +1,7 @@
 #include "zeb_sync_service.h"
 
+#include <glog/logging.h>
+
 namespace zeb {
 
 ServicePtr StartSyncService(CommandContext& context) {
@@ -7,6 +9,17 @@ ServicePtr StartSyncService(CommandContext& context) {
     ServicePtr service = StartService(context.device->handle, error, "com.apple.mobilesync", nullptr, false);
     context.heldThroughReport = service;
     return service;
+}
+
+bool ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
+                        const SyncRecordReader& reader) {
+    ServicePtr service = StartSyncService(context);
+    if (!service) return false;
+    LOG(INFO) << __FILE__ << " " << label << " querylist pInstallServer: " << static_cast<void*>(service->connection);
+    SyncSession session(service->connection);
+    session.open(texts, nullptr);
+    session.readAll(texts, reader);
+    return true;
 }
 
 bool BeginSyncChange(CommandContext& context, const SyncTexts& texts, const SyncWriteWaits& waits,

@@ -17,6 +17,12 @@ namespace zeb {
 // parent hears the outcome, then the service is let go.
 ServicePtr StartSyncService(CommandContext& context);
 
+// The service started and every record of the class read through `reader`
+// (its handler, context and modes set), then the session finished. The
+// log names the query by `label`. False when the service would not start.
+bool ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
+                        const SyncRecordReader& reader);
+
 // The service started and a change session walked up to where the device
 // takes changes. False when the service would not start.
 bool BeginSyncChange(CommandContext& context, const SyncTexts& texts, const SyncWriteWaits& waits,

@@ -23,6 +23,12 @@ struct SyncWriteWaits {
 
 // How a read hands the device's batches to a module's record reader.
 struct SyncRecordReader {
+    SyncRecordReader() = default;
+    SyncRecordReader(SyncMessageHandler handler, void* context, int32_t* mode, int32_t firstBatchMode,
+                     int32_t furtherBatchMode, bool readsEveryBatch)
+        : handler(handler), context(context), mode(mode), firstBatchMode(firstBatchMode),
+          furtherBatchMode(furtherBatchMode), readsEveryBatch(readsEveryBatch) {}
+
     SyncMessageHandler handler = nullptr;
     void* context = nullptr;
     int32_t* mode = nullptr;  // the reader's step, set ahead of each exchange

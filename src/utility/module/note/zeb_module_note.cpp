@@ -51,20 +51,11 @@ int ZEBModuleNote::execute(IPCPacket1* packet) {
 }
 
 int64_t ZEBModuleNote::query(CommandContext& context) {
-    ServicePtr service = zeb::StartSyncService(context);
-    if (!service) return kCodeSyncServiceFailed;
     NoteReplyContext reply;
     reply.deviceId = context.device->udid;
-    SyncSession session(service->connection);
-    session.open(note::kTexts, nullptr);
-    SyncRecordReader reader;
-    reader.handler = NoteReplyHandler;
-    reader.context = &reply;
-    reader.mode = &reply.mode;
-    reader.firstBatchMode = kNoteRead;
-    reader.furtherBatchMode = kNoteRead;
-    reader.readsEveryBatch = false;  // one batch is read; the rest are not asked for
-    session.readAll(note::kTexts, reader);
+    // One batch is read; the rest are not asked for.
+    const SyncRecordReader reader(NoteReplyHandler, &reply, &reply.mode, kNoteRead, kNoteRead, false);
+    if (!zeb::ReadAllSyncRecords(context, "Note", note::kTexts, reader)) return kCodeSyncServiceFailed;
 
     rapidjson::Document notes;
     note::notesJson(reply.notes, notes);
