@@ -35,7 +35,13 @@ int64_t runCommand(ParentLink& link, const CommandRun& run, uint32_t command, co
                    const std::optional<std::string>& tail, const std::function<void(const Event&)>& onEvent) {
     if (!link.sendCommand(run.taskId, command, json, tail)) return -1;
     auto deadline = Clock::now() + run.idleTimeout;
-    while (!stopped(run.interrupted) && Clock::now() < deadline) {
+    bool cancelAsked = false;
+    while (Clock::now() < deadline) {
+        if (stopped(run.interrupted)) {
+            if (!run.onInterrupt) break;
+            if (!cancelAsked) run.onInterrupt();
+            cancelAsked = true;
+        }
         auto event = link.nextEvent(kPoll);
         if (!event) {
             if (link.closed()) break;
@@ -47,6 +53,11 @@ int64_t runCommand(ParentLink& link, const CommandRun& run, uint32_t command, co
         if (onEvent) onEvent(*event);
     }
     return -1;
+}
+
+bool sendCancel(ParentLink& link, uint64_t cancelTaskId, const std::string& udid, uint64_t taskId) {
+    const std::string json = "{\"uuid\":" + jsonString(udid) + ",\"code\":" + std::to_string(taskId) + "}";
+    return link.sendCommand(cancelTaskId, 600, json);
 }
 
 std::string jsonString(const std::string& text) {

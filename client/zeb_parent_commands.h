@@ -26,6 +26,9 @@ struct CommandRun {
     const std::atomic<bool>* interrupted = nullptr;
     // What ends the command; isFinalReport unless a module says otherwise.
     std::function<bool(const Event&)> isReport;
+    // When set, an interruption calls it once (to ask the worker for a
+    // cancel) and the wait goes on for the report; otherwise the wait ends.
+    std::function<void()> onInterrupt;
 };
 
 // Sends one command and hands each of its events to `onEvent` until the
@@ -33,6 +36,10 @@ struct CommandRun {
 // link.
 int64_t runCommand(ParentLink& link, const CommandRun& run, uint32_t command, const std::string& json,
                    const std::optional<std::string>& tail, const std::function<void(const Event&)>& onEvent);
+
+// Asks the worker, under its own task id, to cancel task `taskId` of the
+// device (command 600); does not wait for the answer.
+bool sendCancel(ParentLink& link, uint64_t cancelTaskId, const std::string& udid, uint64_t taskId);
 
 // {"uuid":"<udid>"}
 std::string uuidJson(const std::string& udid);

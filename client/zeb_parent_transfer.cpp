@@ -1,5 +1,7 @@
 #include "zeb_parent_transfer.h"
 
+#include "zeb_parent_commands.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,7 +24,7 @@ namespace zparent {
 
 namespace {
 
-constexpr uint32_t kCopy = 701, kPull = 702, kPush = 703, kList = 704, kCancel = 600;
+constexpr uint32_t kCopy = 701, kPull = 702, kPush = 703, kList = 704;
 constexpr uint32_t kDeviceGone = 8;
 constexpr int64_t kPieceSize = 0x200000;
 
@@ -205,7 +207,7 @@ fs::path partialRecordPath(const fs::path& local) {
 
 bool cancelTask(ParentLink& link, uint64_t cancelTaskId, const std::string& udid, uint64_t taskId,
                 std::chrono::milliseconds timeout) {
-    if (!link.sendCommand(cancelTaskId, kCancel, commandJson(udid, static_cast<int64_t>(taskId), -1))) return false;
+    if (!sendCancel(link, cancelTaskId, udid, taskId)) return false;
     Event event;
     auto deadline = Clock::now() + timeout;
     while (Clock::now() < deadline) {

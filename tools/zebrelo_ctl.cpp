@@ -2,6 +2,7 @@
 // would and turns commands and events into a command-line tool.
 #include "zctl_app_commands.h"
 #include "zctl_backup_commands.h"
+#include "zctl_restore_commands.h"
 #include "zctl_contact_commands.h"
 #include "zctl_device_commands.h"
 #include "zctl_file_commands.h"
@@ -51,6 +52,9 @@ void usage() {
             "       zebrelo-ctl [options] notes UDID | notes add UDID --title T [--body-file F]\n"
             "       zebrelo-ctl [options] backup UDID [FOLDER] | backups [FOLDER...] | encryption UDID\n"
             "                             | password UDID NEW [--old OLD] | fmip UDID\n"
+            "       zebrelo-ctl [options] restore UDID FOLDER [--source UDID] [--password P]\n"
+            "                             | erase UDID --backup FOLDER --source UDID [--password P] [--yes]\n"
+            "                             | wipe-free UDID [--level 1|2]\n"
             "\n"
             "  watch    start the worker and print every event as one JSON line until\n"
             "           interrupted or the worker ends\n"
@@ -87,6 +91,12 @@ void usage() {
             "           to a find-my-device account\n"
             "  password set the backup password (an empty NEW turns encryption off; --old\n"
             "           gives the one set now)\n"
+            "  restore  put a backup back onto the device: FOLDER is the backup or the folder\n"
+            "           holding it; --source names the device that made it (default UDID)\n"
+            "  erase    empty the device's photo and media folders, remove its apps, then\n"
+            "           restore the prepared backup; asks first unless --yes\n"
+            "  wipe-free  overwrite the free space of the media partition with zeros once\n"
+            "           (--level 2: twice) and free it again; Ctrl-C cancels\n"
             "\n"
             "options:\n"
             "  --worker PATH    the worker executable (default: zebrelo beside this tool)\n"
@@ -221,7 +231,7 @@ int main(int argc, char** argv) {
     }
     std::string verb = options.words.empty() ? "watch" : options.words[0];
     if (verb != "watch" && verb != "raw" && !zctl::isDeviceVerb(verb) && !zctl::isFileVerb(verb) &&
-        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb) && !zctl::isBackupVerb(verb) &&
+        !zctl::isAppVerb(verb) && !zctl::isContactVerb(verb) && !zctl::isBackupVerb(verb) && !zctl::isRestoreVerb(verb) &&
         !zctl::isSyncDataVerb(verb)) {
         fprintf(stderr, "zebrelo-ctl: unknown command '%s'\n", verb.c_str());
         usage();
@@ -246,6 +256,10 @@ int main(int argc, char** argv) {
     if (zctl::isSyncDataVerb(verb)) {
         zctl::SyncDataOptions syncOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
         return zctl::runSyncDataVerb(link, verb, syncOptions);
+    }
+    if (zctl::isRestoreVerb(verb)) {
+        zctl::BackupOptions restoreOptions{options.words, options.timeoutSeconds, options.json, &interrupted};
+        return zctl::runRestoreVerb(link, verb, restoreOptions);
     }
     if (zctl::isBackupVerb(verb)) {
         zctl::BackupOptions backupOptions{options.words, options.timeoutSeconds, options.json, &interrupted};

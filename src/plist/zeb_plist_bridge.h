@@ -42,6 +42,13 @@ bool DecodeFrame(const uint8_t* bytes, size_t length, PlistVariant& variant);
 // The text of the first value in the top dictionary of XML text, or empty.
 std::string FirstValueText(const std::string& xml);
 
+// The value under `key` of a CF dictionary (not owned), or null when there
+// is none or `dict` is no dictionary.
+const void* CfDictionaryValue(CFTypeRef dict, const char* key);
+
+// A CF string as UTF-8; false when the value is no string.
+bool CfStringText(const void* value, std::string& out);
+
 // A lockdown value to the value tree. Strings must be ASCII and shorter than
 // 260 bytes, and data becomes upper-case hexadecimal; anything else that
 // can't be converted is left out (variant stays empty, result false).

@@ -44,6 +44,8 @@ struct DispatchRules {
     bool longTask = false;
     // The file module answers a bad envelope with no report at all.
     bool silentParseFailure = false;
+    // The erase commands say nothing at all about a device they cannot find.
+    bool silentWithoutDevice = false;
     // Control acts whatever the payload's version says.
     bool anyVersion = false;
     // Commands that build large replies hand the memory back to the system

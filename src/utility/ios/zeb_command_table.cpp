@@ -6,6 +6,7 @@
 #include "zeb_module_bookmark.h"
 #include "zeb_module_calendar.h"
 #include "zeb_module_contact.h"
+#include "zeb_module_erase.h"
 #include "zeb_module_control.h"
 #include "zeb_module_file.h"
 #include "zeb_module_itunes.h"
@@ -43,7 +44,8 @@ void buildCommandTable() {
         enter(*table, new ZEBModuleCalendar, {1500, 1501, 1502});
         enter(*table, new ZEBModuleNote, {1200, 1201});
         enter(*table, new ZEBModuleBookmark, {1400, 1401, 1402});
-        enter(*table, new ZEBModuleiTunes, {1600, 1602, 1603, 1604, 1605, 1606, 1607});
+        enter(*table, new ZEBModuleiTunes, {1600, 1601, 1602, 1603, 1604, 1605, 1606, 1607});
+        enter(*table, new ZEBModuleErase, {1700, 1701});
         enter(*table, new ZEBModuleControl, {600});
         commandTable.store(table);
     });

@@ -73,6 +73,7 @@ void ZEBModule::runDispatched(IPCPacket1* packet, const DispatchRules& rules, co
                 context.device = monitor.FindByHandle(reinterpret_cast<DeviceHandle>(context.code));
         }
         if (!context.device) {
+            if (rules.silentWithoutDevice) return;
             report(packet, context.uuid.c_str(), kCodeNoDevice, nullptr);
             return;
         }

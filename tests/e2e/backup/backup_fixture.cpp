@@ -32,6 +32,59 @@ void BackupCommands::start(const std::string& profile, const std::string& expect
     udid = expected;
 }
 
+void BackupCommands::startDevices(const std::vector<std::string>& simArguments, const std::vector<std::string>& udids) {
+    sim = std::make_unique<e2e::Simulator>(simArguments);
+    ASSERT_TRUE(sim->ready());
+    worker = std::make_unique<e2e::Worker>(*sim);
+    ASSERT_TRUE(worker->connected());
+    for (const std::string& device : udids)
+        ASSERT_TRUE(worker->waitForReady(device).has_value()) << device << " never became ready";
+    udid = udids.front();
+}
+
+zparent::LongCommandOutcome BackupCommands::restore(const std::string& folder, const std::string& source,
+                                                    const std::string& password) {
+    zparent::CommandRun run;
+    run.taskId = worker->nextTaskId();
+    run.idleTimeout = std::chrono::seconds(60);
+    return zparent::runRestore(worker->link, run, udid, {folder, source, password});
+}
+
+zparent::LongCommandOutcome BackupCommands::erase(const std::string& folder, const std::string& source,
+                                                  const std::string& password) {
+    zparent::CommandRun run;
+    run.taskId = worker->nextTaskId();
+    run.idleTimeout = std::chrono::seconds(60);
+    return zparent::runErase(worker->link, run, udid, {folder, source, password});
+}
+
+fs::path BackupCommands::stockBackup(const std::string& device, const std::string& name) {
+    const fs::path root = scratch / name;
+    fs::create_directories(root);
+    int status = -1;
+    const std::string output = stockTool("-u " + device + " backup --full " + root.string(), &status);
+    EXPECT_EQ(status, 0) << output;
+    return root / device / "";
+}
+
+fs::path BackupCommands::mediaRoot(const std::string& device) const {
+    return fs::path(sim->folder) / "state" / device / "media";
+}
+
+std::vector<std::string> BackupCommands::userApps(const std::string& device) const {
+    std::vector<std::string> apps;
+    const std::string listed = stockTool("-u " + device + " -l", nullptr, IDEVICEINSTALLER);
+    size_t start = listed.find('\n');  // the header line
+    while (start != std::string::npos && start + 1 < listed.size()) {
+        const size_t end = listed.find('\n', start + 1);
+        const std::string line = listed.substr(start + 1, end == std::string::npos ? std::string::npos : end - start - 1);
+        if (!line.empty()) apps.push_back(line.substr(0, line.find(',')));
+        start = end;
+    }
+    std::sort(apps.begin(), apps.end());
+    return apps;
+}
+
 zparent::BackupOutcome BackupCommands::backup(const std::string& folder) {
     zparent::CommandRun run;
     run.taskId = worker->nextTaskId();
@@ -45,8 +98,8 @@ int64_t BackupCommands::question(uint32_t command, const std::string& json) {
     return zparent::runCommand(worker->link, run, command, json, std::nullopt, {});
 }
 
-std::string BackupCommands::stockTool(const std::string& arguments, int* status) const {
-    const std::string command = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim->socketPath() + " timeout 120 " IDEVICEBACKUP2 " " +
+std::string BackupCommands::stockTool(const std::string& arguments, int* status, const char* tool) const {
+    const std::string command = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim->socketPath() + " timeout 120 " + tool + " " +
                                 arguments + " < /dev/null 2>&1";
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");

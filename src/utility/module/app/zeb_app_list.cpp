@@ -56,4 +56,19 @@ bool CopyInstalledApps(ZEBModuleApp* module, ZEBDevice& device, std::vector<CFTy
     return true;
 }
 
+void forEachBrowsedApp(const std::vector<CFTypeRef>& pages,
+                       const std::function<void(CFDictionaryRef app, const std::string& id)>& visit) {
+    for (CFTypeRef page : pages) {
+        const void* list = CfDictionaryValue(page, "CurrentList");
+        if (!list || api().CFGetTypeID(list) != kZebCFArrayTypeID) continue;
+        for (CFIndex i = 0, n = api().CFArrayGetCount(list); i < n; ++i) {
+            auto app = static_cast<CFDictionaryRef>(api().CFArrayGetValueAtIndex(list, i));
+            if (!app || api().CFGetTypeID(app) != kZebCFDictionaryTypeID) continue;
+            std::string id;
+            CfStringText(CfDictionaryValue(app, "CFBundleIdentifier"), id);
+            visit(app, id);
+        }
+    }
+}
+
 }  // namespace zeb

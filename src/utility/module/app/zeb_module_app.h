@@ -18,6 +18,7 @@
 
 #include "zeb_module.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,11 @@ namespace zeb {
 // holds "CurrentList"); the caller releases them. False when the proxy does
 // not start.
 bool CopyInstalledApps(ZEBModuleApp* module, ZEBDevice& device, std::vector<CFTypeRef>& out);
+
+// Every app dictionary of those pages in order, with its identifier (empty
+// when it has none).
+void forEachBrowsedApp(const std::vector<CFTypeRef>& pages,
+                       const std::function<void(CFDictionaryRef app, const std::string& id)>& visit);
 
 // springboard's answer for one app as an owned CF dictionary ("pngData"
 // holds the PNG when the device has an icon), or null when the service does

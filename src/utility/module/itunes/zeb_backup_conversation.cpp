@@ -7,6 +7,8 @@
 #include "zeb_sync_frames.h"
 
 #include <glog/logging.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <sys/statvfs.h>
 
 #include <cinttypes>
@@ -45,6 +47,16 @@ bool freeBytes(const std::filesystem::path& root, int64_t& bytes) {
 }  // namespace
 
 namespace backup {
+
+std::string resultInfo(const TaskResult& result) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    writer.Key("error");
+    writer.String(result.text.c_str(), static_cast<rapidjson::SizeType>(result.text.size()));
+    writer.EndObject();
+    return buffer.GetString();
+}
 
 std::string fillText(const char* text, const std::string& value) {
     std::string out(text);
@@ -93,9 +105,16 @@ bool openConversation(BackupSession& session, const std::string& request) {
     return sendTemplate(session.connection, request);
 }
 
+void ProgressStep::operator()(const BackupSession& session) {
+    const int64_t hundredths = progressHundredths(session);
+    if (hundredths <= sent) return;
+    sent = hundredths;
+    if (report) report(hundredths);
+}
+
 TaskResult runBackupLoop(BackupSession& session, const BackupLoopRules& rules, bool& clean) {
     clean = false;
-    int64_t sent = 0;
+    ProgressStep progress{rules.progress};
     for (;;) {
         if (rules.cancelled && rules.cancelled()) return {6, "Task cancelled."};
         session.kind = kBackupNone;
@@ -103,11 +122,7 @@ TaskResult runBackupLoop(BackupSession& session, const BackupLoopRules& rules, b
             clean = session.progress < 100.0;
             return {kCodeTaskError, kTaskError};
         }
-        const int64_t hundredths = progressHundredths(session);
-        if (hundredths > sent) {
-            sent = hundredths;
-            if (rules.progress) rules.progress(hundredths);
-        }
+        progress(session);
         std::string answer;
         switch (session.kind) {
             case kBackupDownloadFiles:

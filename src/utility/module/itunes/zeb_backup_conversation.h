@@ -16,12 +16,23 @@ struct TaskResult {
 
 namespace backup {
 
+// The final event's JSON: {"error": text}.
+std::string resultInfo(const TaskResult& result);
+
 // One message template sent as a frame; false when the body's send failed.
 bool sendTemplate(AMDServiceConnectionRef connection, const std::string& text);
 
 // The device's version message read through, the version answer, Hello,
 // then `request` sent without waiting. False when a send failed.
 bool openConversation(BackupSession& session, const std::string& request);
+
+// Passes the device's figure on, in hundredths of a percent, each time it
+// grows: a figure that falls or stays is not sent again.
+struct ProgressStep {
+    std::function<void(int64_t)> report;
+    int64_t sent = 0;
+    void operator()(const BackupSession& session);
+};
 
 // How the loop answers "DLMessageGetFreeDiskSpace" and "DLMessageUploadFiles".
 struct BackupLoopRules {

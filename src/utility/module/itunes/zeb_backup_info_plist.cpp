@@ -67,9 +67,7 @@ public:
     }
     // A copy of another dictionary's value under the same key, when there.
     void copyFrom(CFDictionaryRef source, const char* key) {
-        CFStringRef name = zeb::api().CFStringCreateWithCString(nullptr, key, kZebCFStringEncodingUTF8);
-        const void* value = zeb::api().CFDictionaryGetValue(source, name);
-        zeb::api().CFRelease(name);
+        const void* value = CfDictionaryValue(source, key);
         if (value && zeb::api().CFGetTypeID(value) == kZebCFDataTypeID)
             take(key, zeb::api().CFDataCreateCopy(nullptr, static_cast<CFDataRef>(value)));
     }
@@ -77,20 +75,6 @@ public:
 private:
     CFMutableDictionaryRef dict_;
 };
-
-const void* valueOf(CFDictionaryRef dict, const char* key) {
-    CFStringRef name = zeb::api().CFStringCreateWithCString(nullptr, key, kZebCFStringEncodingUTF8);
-    const void* value = zeb::api().CFDictionaryGetValue(dict, name);
-    zeb::api().CFRelease(name);
-    return value;
-}
-
-std::string textOf(const void* value) {
-    if (!value || zeb::api().CFGetTypeID(value) != kZebCFStringTypeID) return {};
-    char text[1024] = {0};
-    zeb::api().CFStringGetCString(static_cast<CFStringRef>(value), text, sizeof text, kZebCFStringEncodingUTF8);
-    return text;
-}
 
 // 32 characters of "ABCDEF0123456789", new for every backup.
 std::string makeGuid() {
@@ -108,31 +92,22 @@ void addApplications(CfDictionary& info, ZEBDevice& device, const IPCPacket1* co
     if (!apps || !zeb::CopyInstalledApps(apps, device, pages)) return;
     CfDictionary applications;
     CFMutableArrayRef installed = zeb::api().CFArrayCreateMutable(nullptr, 0, nullptr);
-    for (CFTypeRef page : pages) {
-        const void* list = valueOf(static_cast<CFDictionaryRef>(page), "CurrentList");
-        if (!list || zeb::api().CFGetTypeID(list) != kZebCFArrayTypeID) continue;
-        for (CFIndex i = 0, n = zeb::api().CFArrayGetCount(list); i < n; ++i) {
-            auto app = static_cast<CFDictionaryRef>(zeb::api().CFArrayGetValueAtIndex(list, i));
-            if (!app || zeb::api().CFGetTypeID(app) != kZebCFDictionaryTypeID) continue;
-            const std::string id = textOf(valueOf(app, "CFBundleIdentifier"));
-            if (id.empty() || !valueOf(app, "ApplicationSINF") || !valueOf(app, "iTunesMetadata")) continue;
-            CFStringRef name = zeb::api().CFStringCreateWithCString(nullptr, id.c_str(), kZebCFStringEncodingUTF8);
-            zeb::api().CFArrayAppendValue(installed, name);
-            zeb::api().CFRelease(name);
-            CfDictionary entry;
-            entry.copyFrom(app, "ApplicationSINF");
-            entry.copyFrom(app, "iTunesMetadata");
-            if (CFTypeRef icon = zeb::CopyAppIcon(apps, command, device, id)) {
-                if (zeb::api().CFGetTypeID(icon) == kZebCFDictionaryTypeID) {
-                    const void* png = valueOf(static_cast<CFDictionaryRef>(icon), "pngData");
-                    if (png && zeb::api().CFGetTypeID(png) == kZebCFDataTypeID)
-                        entry.take("PlaceholderIcon", zeb::api().CFDataCreateCopy(nullptr, static_cast<CFDataRef>(png)));
-                }
-                zeb::api().CFRelease(icon);
-            }
-            applications.put(id, entry.get());
+    zeb::forEachBrowsedApp(pages, [&](CFDictionaryRef app, const std::string& id) {
+        if (id.empty() || !CfDictionaryValue(app, "ApplicationSINF") || !CfDictionaryValue(app, "iTunesMetadata")) return;
+        CFStringRef name = zeb::api().CFStringCreateWithCString(nullptr, id.c_str(), kZebCFStringEncodingUTF8);
+        zeb::api().CFArrayAppendValue(installed, name);
+        zeb::api().CFRelease(name);
+        CfDictionary entry;
+        entry.copyFrom(app, "ApplicationSINF");
+        entry.copyFrom(app, "iTunesMetadata");
+        if (CFTypeRef icon = zeb::CopyAppIcon(apps, command, device, id)) {
+            const void* png = CfDictionaryValue(icon, "pngData");
+            if (png && zeb::api().CFGetTypeID(png) == kZebCFDataTypeID)
+                entry.take("PlaceholderIcon", zeb::api().CFDataCreateCopy(nullptr, static_cast<CFDataRef>(png)));
+            zeb::api().CFRelease(icon);
         }
-    }
+        applications.put(id, entry.get());
+    });
     for (CFTypeRef page : pages) zeb::api().CFRelease(page);
     info.put("Applications", applications.get());
     info.take("Installed Applications", installed);

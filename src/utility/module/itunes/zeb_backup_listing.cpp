@@ -40,21 +40,8 @@ CFPropertyListRef readPlist(const fs::path& file) {
     return list;
 }
 
-const void* valueOf(CFPropertyListRef dict, const char* key) {
-    CFStringRef name = zeb::api().CFStringCreateWithCString(nullptr, key, kZebCFStringEncodingUTF8);
-    const void* value = zeb::api().CFDictionaryGetValue(static_cast<CFDictionaryRef>(dict), name);
-    zeb::api().CFRelease(name);
-    return value;
-}
-
 bool textOf(CFPropertyListRef dict, const char* key, std::string& out) {
-    const void* value = valueOf(dict, key);
-    if (!value || zeb::api().CFGetTypeID(value) != kZebCFStringTypeID) return false;
-    std::vector<char> text(static_cast<size_t>(zeb::api().CFStringGetLength(value)) * 4 + 1, '\0');
-    if (!zeb::api().CFStringGetCString(value, text.data(), static_cast<CFIndex>(text.size()), kZebCFStringEncodingUTF8))
-        return false;
-    out = text.data();
-    return true;
+    return CfStringText(CfDictionaryValue(dict, key), out);
 }
 
 class BackupFinder {
@@ -98,7 +85,7 @@ private:
         for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
         add("Unique Identifier", text);
         text.clear();
-        const void* date = valueOf(info, "Last Backup Date");
+        const void* date = CfDictionaryValue(info, "Last Backup Date");
         if (date && zeb::api().CFGetTypeID(date) == kZebCFDateTypeID)
             text = zeb::appleTimeToText(static_cast<int64_t>(std::floor(zeb::api().CFDateGetAbsoluteTime(date))));
         add("Last Backup Date", text);
@@ -110,7 +97,7 @@ private:
 
         bool encrypted = false;
         if (CFPropertyListRef manifest = readPlist(folder / "Manifest.plist")) {
-            const void* flag = valueOf(manifest, "IsEncrypted");
+            const void* flag = CfDictionaryValue(manifest, "IsEncrypted");
             encrypted = flag && zeb::api().CFGetTypeID(flag) == kZebCFBooleanTypeID && zeb::api().CFBooleanGetValue(flag);
             zeb::api().CFRelease(manifest);
         }

@@ -82,11 +82,27 @@ void removeItems(const BackupSession& session, const PlistVariant& message) {
     }
 }
 
-// "DLMessageProcessMessage": the first real is the progress; dictionaries
-// ahead of it may carry the device's error.
-void processMessage(BackupSession& session, const PlistVariant& message) {
+// Every kind but these three carries the overall progress as its first real.
+void takeProgress(BackupSession& session, const PlistVariant& message) {
+    if (session.kind == kBackupRemoveFiles || session.kind == kBackupDisconnect || session.kind == kBackupCopyItem)
+        return;
     if (message.array().size() < 2) return;
     for (const PlistVariant& item : message.array()) {
+        if (item.tag() == VariantTag::Double) {
+            session.progress = item.real();
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+// From `from` on: the first real is the progress and ends the walk;
+// dictionaries ahead of it may carry the device's error, and an ErrorCode of
+// 0 is the device's verdict all the same.
+void walkProcessMessage(BackupSession& session, const PlistVariant& message, size_t from) {
+    for (size_t i = from; i < message.array().size(); ++i) {
+        const PlistVariant& item = message.array()[i];
         if (item.tag() == VariantTag::Double) {
             session.progress = item.real();
             return;
@@ -103,20 +119,10 @@ void processMessage(BackupSession& session, const PlistVariant& message) {
     }
 }
 
-// Every kind but these three carries the overall progress as its first real.
-void takeProgress(BackupSession& session, const PlistVariant& message) {
-    if (session.kind == kBackupRemoveFiles || session.kind == kBackupDisconnect || session.kind == kBackupCopyItem)
-        return;
-    if (message.array().size() < 2) return;
-    for (const PlistVariant& item : message.array()) {
-        if (item.tag() == VariantTag::Double) {
-            session.progress = item.real();
-            return;
-        }
-    }
+const PlistVariant* frameMessage(const PlistVariant& frame) {
+    if (frame.tag() != VariantTag::Array || frame.array().empty()) return nullptr;
+    return &frame.array().front();
 }
-
-}  // namespace
 
 void applyBackupMessage(BackupSession& session, const PlistVariant& message) {
     switch (session.kind) {
@@ -130,7 +136,9 @@ void applyBackupMessage(BackupSession& session, const PlistVariant& message) {
         case kBackupCreateDirectory: createDirectory(session, message); break;
         case kBackupMoveItems: moveItems(session, message); break;
         case kBackupRemoveItems: removeItems(session, message); break;
-        case kBackupProcessMessage: processMessage(session, message); break;
+        case kBackupProcessMessage:
+            if (message.array().size() > 1) walkProcessMessage(session, message, 0);
+            break;
         default: break;
     }
     takeProgress(session, message);
@@ -138,20 +146,12 @@ void applyBackupMessage(BackupSession& session, const PlistVariant& message) {
 
 }  // namespace backup
 
-namespace {
-
-const PlistVariant* messageOf(const PlistVariant& frame) {
-    if (frame.tag() != VariantTag::Array || frame.array().empty()) return nullptr;
-    return &frame.array().front();
-}
-
-}  // namespace
 
 void BackupReadyHandler(void*, const uint8_t* bytes, uint32_t length, bool* keepWaiting, uint8_t* result) {
     *keepWaiting = false;
     PlistVariant frame;
     if (!DecodeFrame(bytes, length, frame)) return;
-    const PlistVariant* message = messageOf(frame);
+    const PlistVariant* message = backup::frameMessage(frame);
     if (!message || message->tag() != VariantTag::Array) return;
     *keepWaiting = true;
     for (const PlistVariant& item : message->array())
@@ -167,7 +167,7 @@ void BackupMessageHandler(void* context, const uint8_t* bytes, uint32_t length, 
     *keepWaiting = true;
     *result = 1;
     PlistVariant frame;
-    const PlistVariant* message = DecodeFrame(bytes, length, frame) ? messageOf(frame) : nullptr;
+    const PlistVariant* message = DecodeFrame(bytes, length, frame) ? backup::frameMessage(frame) : nullptr;
     if (!message || message->tag() != VariantTag::Array) {
         // Not a message at all: the conversation cannot go on.
         *keepWaiting = false;

@@ -64,6 +64,12 @@ int32_t messageKind(const std::string& name);
 // dispatcher, without answers). Public for tests.
 void applyBackupMessage(BackupSession& session, const PlistVariant& message);
 
+// "DLMessageProcessMessage" read from element `from` on (progress, error).
+void walkProcessMessage(BackupSession& session, const PlistVariant& message, size_t from);
+
+// The message inside a decoded frame, or null.
+const PlistVariant* frameMessage(const PlistVariant& frame);
+
 // Where a device path lands on the host: below root_dir, with the folder
 // suffix behind the device id. Empty for a path that is absolute or climbs
 // out with "..": the device never gets to write outside the backup folder.

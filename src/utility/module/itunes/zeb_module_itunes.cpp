@@ -1,24 +1,11 @@
 #include "zeb_module_itunes.h"
 
 #include "zeb_child_process.h"
-
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include "zeb_paged_reply.h"
 
 namespace {
 
-// The final event's JSON: {"error": text}.
-std::string errorInfo(const std::string& text) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.StartObject();
-    writer.Key("error");
-    writer.String(text.c_str(), static_cast<rapidjson::SizeType>(text.size()));
-    writer.EndObject();
-    return buffer.GetString();
-}
-
-bool needsDevice(uint32_t command) { return command == 1600 || (command >= 1603 && command <= 1605); }
+bool needsDevice(uint32_t command) { return command == 1600 || command == 1601 || (command >= 1603 && command <= 1605); }
 
 }  // namespace
 
@@ -30,7 +17,7 @@ int ZEBModuleiTunes::execute(IPCPacket1* packet) {
         TaskResult result;
         const uint32_t command = context.packet->commandType;
         rapidjson::Document request;
-        const bool readsTail = command == 1600 || command == 1602 || command == 1605;
+        const bool readsTail = command <= 1602 || command == 1605;
         // The keys ride in the command's own JSON; a tail, when there is
         // one, has the last word.
         if (readsTail) {
@@ -51,6 +38,13 @@ int ZEBModuleiTunes::execute(IPCPacket1* packet) {
         if (result.code == 0) {
             switch (command) {
                 case 1600: result = backup(context, request); break;
+                case 1601: {
+                    const zeb::PagedReply events{context.packet, command, context.uuid};
+                    result = restoreBackup(*context.device, request, [&](int64_t hundredths) {
+                        zeb::sendReplyEvent(events, 1, nullptr, nullptr, hundredths);
+                    });
+                    break;
+                }
                 case 1602: result.code = static_cast<int32_t>(listBackups(context, request)); break;
                 case 1603: result.code = zeb::DeviceFlag(*context.device, "IsAssociated", "com.apple.fmip") ? 0 : 1; break;
                 case 1604:
@@ -61,7 +55,7 @@ int ZEBModuleiTunes::execute(IPCPacket1* packet) {
                 default: break;                      // 1607: nothing to stop
             }
         }
-        report(context.packet, context.uuid.c_str(), result.code, errorInfo(result.text).c_str());
+        report(context.packet, context.uuid.c_str(), result.code, backup::resultInfo(result).c_str());
         return kAlreadyReported;
     });
     return 0;

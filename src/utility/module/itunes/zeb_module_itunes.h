@@ -5,6 +5,12 @@
 //         hundredths of a percent), then the final event {"error": text}
 //         whose code is 0, the device's error code, 2 (the conversation
 //         broke), 12 (the service would not open) or 45 (the device went).
+//   1601  restore the backup folder "path" (made from "sourceDeviceId";
+//         "password" is passed on for an encrypted backup) onto the device:
+//         progress events (stage 1, hundredths of a percent), then the final
+//         event: 45 when the device said goodbye, the device's own code when
+//         it answered with one (0 for done), 21 for a missing key, 42 without
+//         a readable Manifest.plist, 12, or 2 when the conversation broke.
 //   1602  list the backups in "paths": stage 0 events per backup found,
 //         then stage 1 events with their sizes; 21 without "paths".
 //   1603  0 when the device is tied to a find-my-device account, else 1.
@@ -21,6 +27,7 @@
 #include "zeb_backup_conversation.h"
 #include "zeb_module.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,6 +41,11 @@ public:
     // `needles`, into the work folder; code 0 when one came, and then the
     // device's database path names it. 46 when none came.
     TaskResult snapshotBackup(ZEBDevice& device, DhTask* task, const std::vector<std::string>& needles);
+
+    // Restores the backup the request names; `progress` gets hundredths of a
+    // percent as the device's figure grows.
+    TaskResult restoreBackup(ZEBDevice& device, const rapidjson::Value& request,
+                             const std::function<void(int64_t)>& progress);
 
 private:
     TaskResult backup(CommandContext& context, const rapidjson::Document& request);
