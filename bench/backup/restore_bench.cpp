@@ -1,0 +1,82 @@
+// A restore of the simulator's large content (about 2 GB) through the
+// worker (1601, to the final event) beside `idevicebackup2 restore` of the
+// same backup folder onto the same device, in one run. Prints MB/s of both
+// and their ratio (aim: at least 1.0).
+#include "sim_harness.h"
+#include "zeb_parent_restore.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr char kUdid[] = "00008110-001A2B3C4D5E6B20";
+
+uint64_t folderBytes(const fs::path& folder) {
+    uint64_t total = 0;
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        if (it->is_regular_file(error)) total += it->file_size(error);
+    return total;
+}
+
+int stockTool(const e2e::Simulator& sim, const std::string& arguments) {
+    const std::string command = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim.socketPath() + " " IDEVICEBACKUP2 " -u " +
+                                kUdid + " " + arguments + " > /dev/null 2>&1";
+    return std::system(command.c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const fs::path scratch = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "zeb-restore-bench";
+    fs::remove_all(scratch);
+    fs::create_directories(scratch);
+    e2e::Simulator sim({"--profile", e2e::profileDir("iphone13-ios17-backup2g")});
+    if (!sim.ready()) return fprintf(stderr, "simulator did not start\n"), 1;
+    e2e::Worker worker(sim);
+    if (!worker.connected() || !worker.waitForReady(kUdid, std::chrono::seconds(60)))
+        return fprintf(stderr, "device not ready\n"), 1;
+
+    fprintf(stderr, "making the backup to restore...\n");
+    if (stockTool(sim, "backup --full " + scratch.string()) != 0) return fprintf(stderr, "idevicebackup2 backup failed\n"), 1;
+    const fs::path folder = scratch / kUdid / "";
+    const double megabytes = static_cast<double>(folderBytes(folder)) / 1e6;
+
+    // Alternating rounds, the best of each: the first read of the folder
+    // warms the page cache for whoever comes second.
+    double stockSeconds = 1e9, workerSeconds = 1e9;
+    for (int round = 0; round < 2; ++round) {
+        auto start = Clock::now();
+        if (stockTool(sim, "restore --system --no-reboot " + scratch.string()) != 0)
+            return fprintf(stderr, "idevicebackup2 restore failed\n"), 1;
+        stockSeconds = std::min(stockSeconds, std::chrono::duration<double>(Clock::now() - start).count());
+
+        zparent::CommandRun run;
+        run.taskId = worker.nextTaskId();
+        run.idleTimeout = std::chrono::seconds(120);
+        start = Clock::now();
+        const zparent::LongCommandOutcome outcome =
+            zparent::runRestore(worker.link, run, kUdid, {folder.string(), kUdid, ""});
+        workerSeconds = std::min(workerSeconds, std::chrono::duration<double>(Clock::now() - start).count());
+        if (!zparent::restoreCompleted(outcome.code)) {
+            fs::remove_all(scratch);
+            return fprintf(stderr, "the worker's restore failed: %lld %s\n", (long long)outcome.code,
+                           outcome.error.c_str()), 1;
+        }
+    }
+    fs::remove_all(scratch);
+
+    printf("restore of %.0f MB: worker %.2f s (%.1f MB/s), idevicebackup2 %.2f s (%.1f MB/s)\n", megabytes,
+           workerSeconds, megabytes / workerSeconds, stockSeconds, megabytes / stockSeconds);
+    printf("ratio restore throughput (worker / idevicebackup2, aim >= 1.0): %.2f\n", stockSeconds / workerSeconds);
+    return 0;
+}
