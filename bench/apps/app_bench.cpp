@@ -4,6 +4,7 @@
 // (504 against `ideviceinstaller -i`). Prints both ratios; the aims are a
 // listing at most 1.5x the stock time and an install at least 0.9x its
 // throughput.
+#include "bench_row.h"
 #include "sim_harness.h"
 
 #include <chrono>
@@ -88,5 +89,9 @@ int main() {
     }
     printf("ratio list time (worker / ideviceinstaller, aim <= 1.5): %.2f\n", listWorker / listStock);
     printf("ratio install throughput (worker / ideviceinstaller, aim >= 0.9): %.2f\n", installStock / installWorker);
+    benchRow("501 list 1,000 apps (time)", benchFigure(listWorker, "s"), benchFigure(listStock, "s"),
+             listWorker / listStock, true, 1.5);
+    benchRow("504 install 100 MB (throughput)", benchFigure(megabytes / installWorker, "MB/s"),
+             benchFigure(megabytes / installStock, "MB/s"), installStock / installWorker, false, 0.9);
     return 0;
 }

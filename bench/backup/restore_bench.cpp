@@ -2,6 +2,7 @@
 // worker (1601, to the final event) beside `idevicebackup2 restore` of the
 // same backup folder onto the same device, in one run. Prints MB/s of both
 // and their ratio (aim: at least 1.0).
+#include "bench_row.h"
 #include "sim_harness.h"
 #include "zeb_parent_restore.h"
 
@@ -78,5 +79,7 @@ int main(int argc, char** argv) {
     printf("restore of %.0f MB: worker %.2f s (%.1f MB/s), idevicebackup2 %.2f s (%.1f MB/s)\n", megabytes,
            workerSeconds, megabytes / workerSeconds, stockSeconds, megabytes / stockSeconds);
     printf("ratio restore throughput (worker / idevicebackup2, aim >= 1.0): %.2f\n", stockSeconds / workerSeconds);
+    benchRow("1601 restore 2 GB (throughput)", benchFigure(megabytes / workerSeconds, "MB/s"),
+             benchFigure(megabytes / stockSeconds, "MB/s"), stockSeconds / workerSeconds, false, 1.0);
     return 0;
 }

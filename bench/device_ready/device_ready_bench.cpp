@@ -1,9 +1,12 @@
 // Time from attach to device-ready for 1, 8 and 32 simulated devices,
 // beside the time the stock ideviceinfo takes to read the same devices'
 // values from the same simulator in the same run. The devices are paired
-// with this host first, so that neither side pays for pairing.
+// with this host first, so that neither side pays for pairing. Then
+// `zebrelo-ctl info` as a whole process beside `ideviceinfo` as one.
+#include "bench_row.h"
 #include "sim_harness.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -25,6 +28,30 @@ double ideviceinfoSeconds(const e2e::Simulator& sim, const std::vector<std::stri
     return secondsSince(start);
 }
 
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Medians of whole processes, alternating, each reading the same device.
+void wholeProcesses(const e2e::Simulator& sim, const std::string& udid) {
+    const std::string env = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim.socketPath() + " ";
+    const std::string ctl = std::string(ZEBRELO_CTL) + " --usbmuxd " + sim.socketPath() + " info " + udid + " >/dev/null 2>&1";
+    const std::string stock = env + "ideviceinfo -u " + udid + " >/dev/null";
+    std::vector<double> ours, theirs;
+    for (int round = 0; round < 7; ++round) {
+        auto start = steady_clock::now();
+        if (system(ctl.c_str()) != 0) return (void)fprintf(stderr, "device_ready_bench: zebrelo-ctl info failed\n");
+        ours.push_back(secondsSince(start));
+        start = steady_clock::now();
+        if (system(stock.c_str()) != 0) return (void)fprintf(stderr, "device_ready_bench: ideviceinfo failed\n");
+        theirs.push_back(secondsSince(start));
+    }
+    printf("zebrelo-ctl info %.3f s, ideviceinfo %.3f s (medians of 7 whole processes)\n", median(ours), median(theirs));
+    benchRow("zebrelo-ctl info, whole process (time)", benchFigure(median(ours), "s"), benchFigure(median(theirs), "s"),
+             median(ours) / median(theirs), true, 3.0);
+}
+
 }  // namespace
 
 int main() {
@@ -33,12 +60,16 @@ int main() {
         return 1;
     }
     printf("%-8s %14s %18s %8s\n", "devices", "ready (s)", "ideviceinfo (s)", "ratio");
+    double oneDevice = 0;
     for (int count : {1, 8, 32}) {
         e2e::Simulator sim;
         if (!sim.ready()) {
             fprintf(stderr, "device_ready_bench: the simulator did not start\n");
             return 1;
         }
+        // Only the measured devices stay: the built-in one would be paired
+        // on first sight, which is not what is timed here.
+        for (const std::string& present : sim.udids()) sim.control("detach " + present);
         std::vector<std::string> udids;
         for (int i = 0; i < count; ++i) udids.push_back(sim.attach("builtin"));
         for (const std::string& udid : udids) {
@@ -67,6 +98,17 @@ int main() {
         double ready = secondsSince(start);
         printf("%-8d %14.3f %18.3f %8.2f\n", count, ready, stock, stock > 0 ? ready / stock : 0.0);
         fflush(stdout);
+        if (count == 1) {
+            oneDevice = ready;
+            benchRow("attach to ready, 1 device (time)", benchFigure(ready, "s"), benchFigure(stock, "s"), ready / stock,
+                     true, 1.5);
+            wholeProcesses(sim, udids.front());
+        } else if (count == 32) {
+            benchRow("attach to ready, 32 devices (time)", benchFigure(ready, "s"), benchFigure(stock, "s"),
+                     ready / stock, true, 1.0);
+            benchRow("attach to ready, 32 devices against 1 (time)", benchFigure(ready, "s"),
+                     benchFigure(oneDevice, "s"), ready / oneDevice, true, 3.0);
+        }
     }
     return 0;
 }

@@ -58,6 +58,33 @@ int64_t DirectAfc::writeFile(const fs::path& local, const std::string& devicePat
     return total;
 }
 
+int64_t DirectAfc::writeZeros(const std::string& devicePath, uint64_t bytes, uint32_t chunk) {
+    uint64_t handle = 0;
+    if (afc_file_open(afc, devicePath.c_str(), AFC_FOPEN_RW, &handle) != AFC_E_SUCCESS) return -1;
+    const std::vector<char> zeros(chunk, 0);
+    int64_t total = 0;
+    while (static_cast<uint64_t>(total) < bytes) {
+        uint32_t wrote = 0;
+        if (afc_file_write(afc, handle, zeros.data(), chunk, &wrote) != AFC_E_SUCCESS || wrote != chunk) {
+            total += wrote;
+            break;
+        }
+        total += wrote;
+    }
+    afc_file_close(afc, handle);
+    return total;
+}
+
+bool DirectAfc::remove(const std::string& devicePath) { return afc_remove_path(afc, devicePath.c_str()) == AFC_E_SUCCESS; }
+
+int64_t DirectAfc::freeBytes() {
+    char* value = nullptr;
+    if (afc_get_device_info_key(afc, "FSFreeBytes", &value) != AFC_E_SUCCESS || !value) return -1;
+    const int64_t bytes = strtoll(value, nullptr, 10);
+    free(value);
+    return bytes;
+}
+
 int64_t DirectAfc::copyTree(const std::string& devicePath, const fs::path& local) {
     char** names = nullptr;
     if (afc_read_directory(afc, devicePath.c_str(), &names) != AFC_E_SUCCESS) return 0;

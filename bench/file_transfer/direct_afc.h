@@ -16,6 +16,12 @@ public:
     // Bytes read or written; -1 on failure.
     int64_t readFile(const std::string& devicePath, const std::filesystem::path& local);
     int64_t writeFile(const std::filesystem::path& local, const std::string& devicePath);
+    // Zeros written into a new file in `chunk`-byte writes until `bytes` or
+    // the first refused write; the bytes written.
+    int64_t writeZeros(const std::string& devicePath, uint64_t bytes, uint32_t chunk);
+    bool remove(const std::string& devicePath);
+    // "FSFreeBytes" of the device info; -1 when it cannot be read.
+    int64_t freeBytes();
     // Files copied below `devicePath` into `local`.
     int64_t copyTree(const std::string& devicePath, const std::filesystem::path& local);
 

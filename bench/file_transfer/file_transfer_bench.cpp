@@ -2,6 +2,7 @@
 // run: 702 pull and 703 push of a 256 MB file, and 701 of a tree of 10,000
 // small files. Prints each ratio (worker throughput / direct throughput)
 // and the worker's peak memory during the pull.
+#include "bench_row.h"
 #include "direct_afc.h"
 #include "sim_harness.h"
 #include "zeb_parent_transfer.h"
@@ -99,5 +100,9 @@ int main(int argc, char** argv) {
     printf("701 tree of %d files: worker %.2f s, direct AFC %.2f s (%lld files), ratio %.2f%s\n", treeFiles, workerTree,
            directTree, static_cast<long long>(directFiles), directTree / workerTree, copied.code == 0 ? "" : " [FAILED]");
     printf("worker peak memory during the pull: %.1f MB\n", peak / 1024.0);
+    benchRow("702 pull " + std::to_string(static_cast<int>(mb)) + " MB (throughput)", benchFigure(mb / workerPull, "MB/s"),
+             benchFigure(mb / directPull, "MB/s"), directPull / workerPull, false, 0.9);
+    benchRow("703 push " + std::to_string(static_cast<int>(mb)) + " MB (throughput)", benchFigure(mb / workerPush, "MB/s"),
+             benchFigure(mb / directPush, "MB/s"), directPush / workerPush, false, 0.9);
     return pulled && pushed && copied.code == 0 ? 0 : 1;
 }

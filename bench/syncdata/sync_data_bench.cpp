@@ -2,6 +2,7 @@
 // report) beside libimobiledevice's mobilesync client reading the same
 // class from the same simulator, in one run. Prints each pair's ratio (aim:
 // at most 1.2).
+#include "bench_row.h"
 #include "direct_mobilesync.h"
 #include "sim_harness.h"
 #include "zeb_parent_sync_data.h"
@@ -77,6 +78,8 @@ int main() {
         printf("%s: worker %.3f s (%zu listed), direct mobilesync %.3f s (%zu records)\n", list.name, median(through),
                items, median(direct), records);
         printf("ratio %s list time (worker / direct mobilesync, aim <= 1.2): %.2f\n", list.name, ratio);
+        benchRow(std::string("list ") + list.name + " (time)", benchFigure(median(through), "s"),
+                 benchFigure(median(direct), "s"), ratio, true, 1.2);
     }
     return status;
 }

@@ -47,6 +47,7 @@ void BASThreadPool::workerLoop(Worker* worker) {
             std::lock_guard<std::mutex> idle(idleLock);
             idleWorkers.push_back(worker);
         }
+        workerIdle.notify_one();
         // A task handed over between the push above and this wait must not
         // be lost: the scanner stores it under our lock, so test it here.
         worker->wake.wait(hold, [worker] { return worker->task != nullptr || worker->stop; });
@@ -96,7 +97,11 @@ void BASThreadPool::scanLoop() {
             tasksAvailable.wait(queued, [this] { return !tasks.empty() || stopped; });
             tasksLeft = tasks.size();
         } else if (idleLeft == 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(busySleep));
+            // Every worker is busy: the next one to finish wakes us, the busy
+            // sleep is only the longest wait.
+            std::unique_lock<std::mutex> idle(idleLock);
+            workerIdle.wait_for(idle, std::chrono::milliseconds(busySleep),
+                                [this] { return !idleWorkers.empty() || stopping; });
         }
     }
     printf("BASThreadPool::ScanTask end\n");
@@ -108,7 +113,12 @@ void BASThreadPool::stopAndJoin() {
         if (stopped && !scanner.joinable()) return;
         stopped = true;
     }
+    {
+        std::lock_guard<std::mutex> idle(idleLock);
+        stopping = true;
+    }
     tasksAvailable.notify_all();
+    workerIdle.notify_all();
     if (scanner.joinable()) scanner.join();
     for (Worker* worker : workers) {
         {

@@ -50,6 +50,8 @@ private:
     bool finishWhenIdle = false;
     uint64_t workerCount;
     int busySleep = 500;
+    std::condition_variable workerIdle;  // with idleLock: a worker joined idleWorkers
+    bool stopping = false;               // with idleLock
     std::vector<Worker*> workers;
     std::deque<Worker*> idleWorkers;
     std::mutex idleLock;

@@ -42,6 +42,9 @@ public:
 
     std::atomic<int32_t> state{kDeviceCreated};
     const DeviceHandle handle;
+    // One bring-up at a time per device (attach, then a trust answer); other
+    // devices come up beside it on the pool.
+    std::mutex bringUp;
     int64_t data_physical_size = 0;
     int64_t data_free_size = 0;
     std::string model;

@@ -132,7 +132,16 @@ void ZEBDeviceMonitor::attached(DeviceHandle handle) {
         std::lock_guard<std::mutex> hold(lock);
         devices.push_back(device);
     }
-    renewAndRead(device);
+    bringUp(device);
+}
+
+void ZEBDeviceMonitor::bringUp(const DevicePtr& device) {
+    // Off the run loop: a device that pairs or answers slowly holds up only
+    // itself, and a row of devices comes up together.
+    BASThreadPool::instance()->addTask([this, device] {
+        std::lock_guard<std::mutex> one(device->bringUp);
+        if (device->state != kDeviceDisconnected) renewAndRead(device);
+    });
 }
 
 void ZEBDeviceMonitor::trustAnswered(DeviceHandle handle) {
@@ -143,7 +152,7 @@ void ZEBDeviceMonitor::trustAnswered(DeviceHandle handle) {
     }
     if (!device) return;
     device->state = kDeviceTrustAnswered;
-    renewAndRead(device);
+    bringUp(device);
 }
 
 void ZEBDeviceMonitor::renewAndRead(const DevicePtr& device) {
@@ -151,7 +160,8 @@ void ZEBDeviceMonitor::renewAndRead(const DevicePtr& device) {
     SessionPtr session = zeb::RenewSession(device->handle, error);
     if (error != 0) {
         // A device that asks for trust waits here (25) until its answer.
-        if (zeb::settings().runMode == 0) ZEBClient::instance()->sendDeviceErrorEvent(*device, error);
+        if (zeb::settings().runMode == 0 && device->state != kDeviceDisconnected)
+            ZEBClient::instance()->sendDeviceErrorEvent(*device, error);
         return;
     }
     if (device->state != kDeviceReady) readDevice(device);
@@ -160,20 +170,31 @@ void ZEBDeviceMonitor::renewAndRead(const DevicePtr& device) {
 int32_t ZEBDeviceMonitor::readDevice(const DevicePtr& device) {
     int32_t code = zeb::ReadDevice(*device);
     if (code != 0) {
-        if (zeb::settings().runMode == 0) ZEBClient::instance()->sendDeviceErrorEvent(*device, code);
+        if (zeb::settings().runMode == 0 && device->state != kDeviceDisconnected)
+            ZEBClient::instance()->sendDeviceErrorEvent(*device, code);
         return code;
     }
-    device->state = kDeviceReady;
+    // A device pulled out while it was read has had its gone event: no
+    // ready after it.
     std::lock_guard<std::mutex> hold(lock);
+    if (device->state == kDeviceDisconnected) return kErrorNoConnection;
+    device->state = kDeviceReady;
     notifyCallbacks(device, 1);
     return 0;
 }
 
 void ZEBDeviceMonitor::disconnected(DeviceHandle handle) {
     zeb::ForgetDevice(handle);
-    std::unique_lock<std::mutex> hold(lock);
-    DevicePtr device = RemoveByHandle(handle);
+    DevicePtr device;
+    {
+        std::lock_guard<std::mutex> hold(lock);
+        device = RemoveByHandle(handle);
+    }
     if (!device) return;
+    // A bring-up still on the pool ends first (its link is gone), so that
+    // the gone event comes after whatever it had to say.
+    std::lock_guard<std::mutex> one(device->bringUp);
+    std::unique_lock<std::mutex> hold(lock);
     device->state = kDeviceDisconnected;
     if (device->udid.empty()) {
         hold.unlock();

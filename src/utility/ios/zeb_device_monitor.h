@@ -54,6 +54,8 @@ private:
     void disconnected(DeviceHandle handle);
     void trustAnswered(DeviceHandle handle);
     void renewAndRead(const DevicePtr& device);
+    // renewAndRead on the pool, one at a time per device.
+    void bringUp(const DevicePtr& device);
     void notifyCallbacks(const DevicePtr& device, uint32_t message);  // `lock` held
 
     std::list<DevicePtr> devices;

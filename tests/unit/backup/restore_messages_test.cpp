@@ -23,7 +23,9 @@ PlistVariant requestBody(const std::string& text) {
     SyncMessage* encoded = EncodeMessage(text.c_str());
     EXPECT_NE(encoded, nullptr) << text;
     PlistVariant decoded;
-    if (encoded) EXPECT_TRUE(DecodeFrame(encoded->bytes, encoded->length, decoded));
+    if (encoded) {
+        EXPECT_TRUE(DecodeFrame(encoded->bytes, encoded->length, decoded));
+    }
     FreeSyncMessage(encoded);
     const PlistVariant* body = decoded.At(0) ? decoded.At(0)->At(1) : nullptr;
     return body ? *body : PlistVariant();
