@@ -47,10 +47,29 @@ public:
     int32_t Call(AfcOp op, const std::vector<uint8_t>& params, const void* data, size_t dataLength,
                  AfcReply& reply);
 
+    // Reads of one open file (`handle`), `piece` bytes each, all sent before
+    // the first answer is read, each answer landing straight in `buffer`.
+    // `got` counts the bytes up to the first short answer (the file's end).
+    int32_t ReadPipelined(uint64_t handle, uint8_t* buffer, uint32_t wanted, uint32_t piece, uint32_t& got);
+    // Writes of `piece` bytes each, all sent before the first status is
+    // read; the first failing status is the result.
+    int32_t WritePipelined(uint64_t handle, const uint8_t* data, uint32_t length, uint32_t piece);
+
     // A call whose answer is NUL-separated strings.
     int32_t CallForStrings(AfcOp op, const std::vector<uint8_t>& params, std::vector<std::string>& out);
 
 private:
+    // Header and parameters in one send, then the data; false when the
+    // link failed (the connection is then broken for good).
+    bool SendRequest(AfcOp op, const uint8_t* params, size_t paramsLength, const void* data, size_t dataLength,
+                     uint64_t number, int silenceMs);
+    // The answer's header: its op and payload length; 0, or the error that
+    // broke the connection.
+    int32_t ReceiveHeader(uint64_t number, AfcOp& op, uint64_t& payloadLength, int silenceMs);
+    // Reads a payload of `length` bytes: up to `capacity` into `into`, the
+    // rest thrown away.
+    bool ReceivePayload(uint8_t* into, size_t capacity, uint64_t length, int silenceMs);
+
     int fd_;
     std::mutex lock_;
     uint64_t packetNumber_ = 0;

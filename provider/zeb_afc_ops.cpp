@@ -206,39 +206,18 @@ int32_t AFCFileRefUnlock(AFCConnectionRef ref, AFCFileRef file) {
 int32_t AFCFileRefRead(AFCConnectionRef ref, AFCFileRef file, void* buffer, uint32_t* length) {
     AfcClient* client = ClientOf(ref);
     if (!client || !length || (!buffer && *length)) return kZebAFCBadArgument;
-    uint32_t wanted = *length, total = 0;
+    const uint32_t wanted = *length;
     *length = 0;
-    // Fill the whole request unless the file ends first.
-    while (total < wanted) {
-        uint32_t piece = std::min(kPieceSize, wanted - total);
-        std::vector<uint8_t> params = HandleParams(file);
-        PutU64(params, piece);
-        AfcReply reply;
-        int32_t result = client->Call(AfcOp::FileRead, params, nullptr, 0, reply);
-        if (result != 0) return total > 0 ? (*length = total, 0) : result;
-        if (reply.op != AfcOp::Data) return kZebAFCProtocolError;
-        size_t got = std::min<size_t>(reply.payload.size(), piece);
-        std::memcpy(static_cast<uint8_t*>(buffer) + total, reply.payload.data(), got);
-        total += static_cast<uint32_t>(got);
-        *length = total;
-        if (got < piece) break;  // end of file
-    }
-    return 0;
+    if (wanted == 0) return 0;
+    // The whole request in flight at once: the device answers piece after
+    // piece without waiting for the host between them.
+    return client->ReadPipelined(file, static_cast<uint8_t*>(buffer), wanted, kPieceSize, *length);
 }
 
 int32_t AFCFileRefWrite(AFCConnectionRef ref, AFCFileRef file, const void* buffer, uint32_t length) {
     AfcClient* client = ClientOf(ref);
     if (!client || (!buffer && length)) return kZebAFCBadArgument;
-    uint32_t done = 0;
-    do {
-        uint32_t piece = std::min(kPieceSize, length - done);
-        AfcReply reply;
-        int32_t result = client->Call(AfcOp::FileWrite, HandleParams(file),
-                                      static_cast<const uint8_t*>(buffer) + done, piece, reply);
-        if (result != 0) return result;
-        done += piece;
-    } while (done < length);
-    return 0;
+    return client->WritePipelined(file, static_cast<const uint8_t*>(buffer), length, kPieceSize);
 }
 
 int32_t AFCFlushData(AFCConnectionRef ref, AFCFileRef) {

@@ -39,11 +39,14 @@ int IoTimeoutMs(int defaultMs) {
 ssize_t ReceiveSome(int fd, void* buffer, size_t length, int timeoutMs, const std::atomic<bool>* gone) {
     if (fd < 0) return -1;
     if (length == 0) return 0;
+    // Data that is already there is taken at once; only an empty socket
+    // costs a wait.
     for (;;) {
-        if (!WaitReady(fd, POLLIN, timeoutMs, gone)) return -1;
-        ssize_t got = recv(fd, buffer, length, 0);
+        ssize_t got = recv(fd, buffer, length, MSG_DONTWAIT);
         if (got >= 0) return got;
-        if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+        if (!WaitReady(fd, POLLIN, timeoutMs, gone)) return -1;
     }
 }
 
@@ -62,11 +65,12 @@ bool SendAll(int fd, const void* buffer, size_t length, int timeoutMs, const std
     if (fd < 0) return false;
     auto* p = static_cast<const char*>(buffer);
     while (length > 0) {
-        if (!WaitReady(fd, POLLOUT, timeoutMs, gone)) return false;
-        ssize_t sent = send(fd, p, length, MSG_NOSIGNAL);
+        ssize_t sent = send(fd, p, length, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0) {
-            if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) continue;
-            return false;
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
+            if (!WaitReady(fd, POLLOUT, timeoutMs, gone)) return false;
+            continue;
         }
         p += sent;
         length -= static_cast<size_t>(sent);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 FilePacketReader::~FilePacketReader() {
+    finishReadAhead();
     if (file && connection) connection->close(file);
 }
 
@@ -20,6 +21,33 @@ bool FilePacketReader::open(const FileHeader& templ) {
     return true;
 }
 
+unsigned char* FilePacketReader::ownBuffer(int which, size_t length) {
+    // Made once per transfer and never again: the piece being sent may lie
+    // in one of them. A piece larger than the first is just not read ahead.
+    if (bufferSize_ == 0) {
+        bufferSize_ = std::max<size_t>(length, piece_size > 0 ? static_cast<size_t>(piece_size) : 0);
+        buffers_[0].reset(new unsigned char[bufferSize_]);
+        buffers_[1].reset(new unsigned char[bufferSize_]);
+    }
+    return length <= bufferSize_ ? buffers_[which].get() : nullptr;
+}
+
+void FilePacketReader::finishReadAhead() {
+    if (ahead_.reader.joinable()) ahead_.reader.join();
+}
+
+void FilePacketReader::startReadAhead(int64_t offset, uint32_t length) {
+    unsigned char* into = ownBuffer(ahead_.buffer ^ 1, length);
+    if (!into) return;
+    ahead_.offset = offset;
+    ahead_.length = length;
+    ahead_.got = 0;
+    ahead_.buffer ^= 1;
+    ahead_.reader = std::thread([this, offset, length, into] {
+        if (connection->seek(file, offset)) ahead_.got = connection->read(file, into, length);
+    });
+}
+
 bool FilePacketReader::read(FilePacket& packet) {
     packet.result_size = 0;
     if (packet.id == 0 || packet.offset_length <= 0) return false;
@@ -28,7 +56,18 @@ bool FilePacketReader::read(FilePacket& packet) {
     uint64_t count = std::min<uint64_t>(static_cast<uint64_t>(packet.offset_length), packet.buffer_size);
     count = std::min<uint64_t>(count, static_cast<uint64_t>(size - packet.offset));
     count = std::min<uint64_t>(count, UINT32_MAX);
-    if (!connection->seek(file, packet.offset)) return false;
-    packet.result_size = connection->read(file, packet.buffer, static_cast<uint32_t>(count));
-    return packet.result_size != 0;
+    finishReadAhead();
+    if (ahead_.offset == packet.offset && ahead_.length == count && ahead_.got == count) {
+        packet.buffer = buffers_[ahead_.buffer].get();
+        packet.result_size = ahead_.got;
+    } else {
+        if (!connection->seek(file, packet.offset)) return false;
+        packet.result_size = connection->read(file, packet.buffer, static_cast<uint32_t>(count));
+    }
+    ahead_.offset = -1;
+    if (packet.result_size == 0) return false;
+    // Parents ask for the pieces in order; the next one is read meanwhile.
+    const int64_t next = packet.offset + static_cast<int64_t>(packet.result_size);
+    if (next < size) startReadAhead(next, static_cast<uint32_t>(std::min<uint64_t>(count, static_cast<uint64_t>(size - next))));
+    return true;
 }

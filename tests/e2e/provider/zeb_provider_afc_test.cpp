@@ -129,6 +129,19 @@ TEST(ProviderAfc, FilesAndDirectoriesOnTheMediaPartition) {
     md.AFCFileRefClose(afc, file);
     EXPECT_EQ(ReadFile(afc, "/ZebProviderTest/data.bin"), content.substr(0, 100000) + "0123456789");
 
+    // A read far larger than the file goes out as many requests at once; the
+    // answers past the end are read through and the stream stays in step.
+    ASSERT_EQ(md.AFCFileRefOpen(afc, "/ZebProviderTest/data.bin", 1, &file), 0);
+    std::string whole(1 << 20, '\0');
+    length = static_cast<uint32_t>(whole.size());
+    ASSERT_EQ(md.AFCFileRefRead(afc, file, whole.data(), &length), 0);
+    EXPECT_EQ(whole.substr(0, length), content.substr(0, 100000) + "0123456789");
+    // So does a long write the device refuses piece after piece.
+    EXPECT_NE(md.AFCFileRefWrite(afc, file, whole.data(), static_cast<uint32_t>(whole.size())), 0);
+    ASSERT_EQ(md.AFCFileRefTell(afc, file, &position), 0);
+    EXPECT_EQ(position, 100010u);
+    md.AFCFileRefClose(afc, file);
+
     // Reading at the end gives 0 bytes.
     ASSERT_EQ(md.AFCFileRefOpen(afc, "/ZebProviderTest/data.bin", 1, &file), 0);
     ASSERT_EQ(md.AFCFileRefSeek(afc, file, 100010, 0), 0);

@@ -86,6 +86,34 @@ TEST(FilePacketReader, OpensOnlyRealFilesAndReadsWithinThem) {
     EXPECT_EQ(store->openCount(), 0);  // the reader closes its file
 }
 
+TEST(FilePacketReader, PiecesReadAheadInOrderOrAskedOutOfOrderAreTheFilesBytes) {
+    std::string bytes;
+    for (int i = 0; i < 4000; ++i) bytes += static_cast<char>('a' + i % 26);
+    auto store = storeWith("/big.bin", bytes);
+    FileHeader templ;
+    templ.connection = store;
+    templ.piece_size = 1024;
+    templ.path = "/big.bin";
+    FilePacketReader reader;
+    ASSERT_TRUE(reader.open(templ));
+    unsigned char buffer[1024];
+    auto readAt = [&](int64_t offset) {
+        FilePacket packet;
+        packet.buffer = buffer;
+        packet.buffer_size = sizeof buffer;
+        packet.id = 1;
+        packet.offset = offset;
+        packet.offset_length = 1024;
+        if (!reader.read(packet)) return std::string("(nothing)");
+        return std::string(reinterpret_cast<char*>(packet.buffer), packet.result_size);
+    };
+    // In order: from the second piece on each was read while the one before
+    // was out; the last is short.
+    for (int64_t offset : {0, 1024, 2048, 3072}) EXPECT_EQ(readAt(offset), bytes.substr(offset, 1024)) << offset;
+    // Out of order and again: what was read ahead is not handed out wrongly.
+    for (int64_t offset : {1024, 0, 3072, 2048, 2048, 0}) EXPECT_EQ(readAt(offset), bytes.substr(offset, 1024)) << offset;
+}
+
 TEST(FilePacketWriter, FreshUploadRenamesOnCompletion) {
     std::string bytes = "abcdefghij";
     auto store = storeWith("", "");
