@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 
@@ -56,6 +57,10 @@ struct ServiceContext {
     // Set when the device is detached or "break" closes its connections:
     // a service returns as soon as it sees it.
     const std::atomic<bool>* closing = nullptr;
+    // Sets a lockdown value as a host's SetValue does (a restore that takes
+    // the backup's settings); empty where no device stands behind the
+    // service, as in wire tests.
+    std::function<bool(const std::string& domain, const std::string& key, plist_t value)> setValue;
 };
 
 using ServiceHandler = void (*)(ServiceStream&, const ServiceContext&);

@@ -251,6 +251,21 @@ std::vector<PlistPtr> appsFromProfile(plist_t profile) {
     return out;
 }
 
+PlistPtr appFromBackup(plist_t entry, plist_t profile) {
+    // Rebuilt as the profile's apps are, for this device's iOS (its own
+    // container paths), keeping the store data the backup carried.
+    PlistPtr described = adopt(plist_copy(entry));
+    const bool fromStore = plist_dict_get_item(entry, "iTunesMetadata") != nullptr;
+    plist_dict_set_item(described.get(), "Sideloaded",
+                        plist_new_bool(dictBool(entry, "Sideloaded").value_or(!fromStore)));
+    const std::string appleId = dictString(dictDict(profile, "Apps"), "AppleID").value_or(kDefaultAppleId);
+    PlistPtr app = userApp(described.get(), appleId, majorVersion(profile));
+    if (!app) return nullptr;
+    for (const char* key : {"iTunesMetadata", "ApplicationSINF", "SignerIdentity", "UIDeviceFamily"})
+        if (plist_t value = plist_dict_get_item(entry, key)) plist_dict_set_item(app.get(), key, plist_copy(value));
+    return app;
+}
+
 PlistPtr appFromPackage(const PackageContents& package, plist_t options, plist_t previous, plist_t profile) {
     plist_t info = package.info.get();
     const std::string id = dictString(info, "CFBundleIdentifier").value_or("");

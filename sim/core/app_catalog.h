@@ -21,6 +21,10 @@ std::vector<PlistPtr> appsFromProfile(plist_t profile);
 // containers and data it keeps.
 PlistPtr appFromPackage(const PackageContents& package, plist_t options, plist_t previous, plist_t profile);
 
+// The record of a user app a backup's Manifest.plist lists (its
+// "Applications" entry: identifier, names, versions, sizes, store data).
+PlistPtr appFromBackup(plist_t entry, plist_t profile);
+
 // The Info.plist an archive carries for an app record.
 std::string infoPlistOf(plist_t app);
 

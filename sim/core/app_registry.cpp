@@ -52,19 +52,43 @@ PlistPtr AppRegistry::find(const std::string& id) {
     return nullptr;
 }
 
-void AppRegistry::install(PlistPtr app) {
-    std::lock_guard<std::mutex> lock(mutex_);
+void AppRegistry::put(PlistPtr app) {
     const auto id = dictString(app.get(), "CFBundleIdentifier");
-    bool replaced = false;
     for (auto& existing : apps_) {
         if (dictString(existing.get(), "CFBundleIdentifier") == id) {
             existing = std::move(app);
-            replaced = true;
-            break;
+            return;
         }
     }
-    if (!replaced) apps_.push_back(std::move(app));
+    apps_.push_back(std::move(app));
+}
+
+void AppRegistry::install(PlistPtr app) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    put(std::move(app));
     save();
+}
+
+void AppRegistry::install(std::vector<PlistPtr> apps) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& app : apps) put(std::move(app));
+    save();
+}
+
+std::vector<std::string> AppRegistry::removeUserAppsExcept(const std::set<std::string>& keep) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> removed;
+    for (auto it = apps_.begin(); it != apps_.end();) {
+        const std::string id = dictString(it->get(), "CFBundleIdentifier").value_or("");
+        if (dictString(it->get(), "ApplicationType").value_or("") == "User" && !keep.count(id)) {
+            removed.push_back(id);
+            it = apps_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    if (!removed.empty()) save();
+    return removed;
 }
 
 bool AppRegistry::remove(const std::string& id) {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ public:
     // Adds the app, or replaces the one with the same identifier in place.
     void install(PlistPtr app);
     bool remove(const std::string& id);
+    // Many at once, written to the state folder once (a restore).
+    void install(std::vector<PlistPtr> apps);
+    // Removes the user apps whose identifiers `keep` lacks; their identifiers.
+    std::vector<std::string> removeUserAppsExcept(const std::set<std::string>& keep);
 
     // Archives: identifier -> the record the app had when archived (with
     // "ArchiveType").
@@ -40,6 +45,7 @@ public:
 
 private:
     void save();  // caller holds mutex_
+    void put(PlistPtr app);  // caller holds mutex_
 
     std::filesystem::path stateFile_;
     std::mutex mutex_;

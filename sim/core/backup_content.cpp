@@ -134,8 +134,10 @@ void addSmallContent(Builder& b) {
     for (unsigned i = 1; i <= 20; ++i)
         b.addBytes("HomeDomain", format("Library/Preferences/com.example.setting%02u.plist", i),
                    preferencePlist(b.pick(), i));
+    // Thumbnails, so that they never take the place of a device's own
+    // photos (DCIM/100APPLE/IMG_0001.JPG...), which its backup carries too.
     for (unsigned i = 1; i <= 12; ++i)
-        b.addBytes("CameraRollDomain", format("Media/DCIM/100APPLE/IMG_%04u.JPG", i),
+        b.addBytes("CameraRollDomain", format("Media/PhotoData/Thumbnails/V2/DCIM/100APPLE/IMG_%04u.JPG/5005.JPG", i),
                    makeMosaicJpeg(160, 120, static_cast<uint32_t>(i * 7919)));
     for (const Generated& g : kSmallGenerated)
         for (unsigned i = 1; i <= g.count; ++i)

@@ -7,6 +7,7 @@
 #include "core/backup_profile.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ struct BackupItem {
     // The file's bytes when they are made up front; null for generated data.
     std::shared_ptr<const std::string> bytes;
     uint64_t seed = 0;  // generated data
+    // A file of the device's own, read while it is sent.
+    std::filesystem::path source;
 };
 
 struct BackupContent {

@@ -1,6 +1,7 @@
 #include "core/backup_create.h"
 
 #include "core/backup_content.h"
+#include "core/backup_device_files.h"
 #include "core/backup_documents.h"
 #include "core/backup_file_data.h"
 #include "core/backup_manifest_db.h"
@@ -45,7 +46,6 @@ public:
         : host_(host),
           ctx_(host.context()),
           profile_(backupProfile(ctx_.profile)),
-          content_(backupContent(profile_.content)),
           udid_(dictString(request, "TargetIdentifier").value_or(ctx_.udid)),
           forceFull_(dictBool(dictDict(request, "Options"), "ForceFullBackup").value_or(false)),
           uploader_(host.stream()) {}
@@ -90,9 +90,14 @@ private:
                 hadBackup = isFinishedBackup(status.get());
             }
         }
-        const bool encrypted = backupSettingsFor(ctx_.stateDir, ctx_.udid, ctx_.profile).willEncrypt();
+        BackupSettings& settings = backupSettingsFor(ctx_.stateDir, ctx_.udid, ctx_.profile);
+        const bool encrypted = settings.willEncrypt();
+        std::optional<std::string> keyBag;
+        if (auto digest = settings.passwordDigest()) keyBag = encodeKeyBag(*digest);
+        // The device's state as it is now, beside the generated content.
+        content_ = withDeviceItems(backupContent(profile_.content), deviceBackupItems(ctx_));
         manifestDb_ = document(buildManifestDatabase(content_));
-        manifestPlist_ = document(toBinary(makeManifestPlist(ctx_, encrypted).get()));
+        manifestPlist_ = document(toBinary(makeManifestPlist(ctx_, encrypted, keyBag).get()));
         status_ = document(toBinary(makeStatusPlist(forceFull_ || !hadBackup).get()));
         planUploads();
         total_ = content_.fileBytes + manifestDb_->size + manifestPlist_->size + status_->size;
@@ -222,7 +227,7 @@ private:
     BackupHost& host_;
     const ServiceContext& ctx_;
     const BackupProfile profile_;
-    const BackupContent& content_;
+    BackupContent content_;
     const std::string udid_;
     const bool forceFull_;
     Uploader uploader_;

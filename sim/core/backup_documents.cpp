@@ -48,6 +48,14 @@ plist_t lockdownValues(const ServiceContext& ctx) {
     return out;
 }
 
+// What a restore needs to put the app back as it was, beside the keys
+// every backup's entry has.
+const char* const kRestoredAppKeys[] = {
+    "CFBundleDisplayName", "CFBundleName", "CFBundleExecutable", "CFBundleShortVersionString", "MinimumOSVersion",
+    "StaticDiskUsage", "DynamicDiskUsage", "UIFileSharingEnabled", "UIDeviceFamily", "SignerIdentity",
+    "iTunesMetadata", "ApplicationSINF",
+};
+
 plist_t userApplications(const ServiceContext& ctx) {
     plist_t apps = plist_new_dict();
     appRegistryFor(ctx).forEach([apps](plist_t app) {
@@ -59,6 +67,9 @@ plist_t userApplications(const ServiceContext& ctx) {
         plist_dict_set_item(entry, "CFBundleVersion", plist_new_string(dictString(app, "CFBundleVersion").value_or("1").c_str()));
         plist_dict_set_item(entry, "ContainerContentClass", plist_new_string("Data/Application"));
         plist_dict_set_item(entry, "Path", plist_new_string(dictString(app, "Path").value_or("").c_str()));
+        for (const char* key : kRestoredAppKeys)
+            if (plist_t value = plist_dict_get_item(app, key)) plist_dict_set_item(entry, key, plist_copy(value));
+        plist_dict_set_item(entry, "Sideloaded", plist_new_bool(plist_dict_get_item(app, "iTunesMetadata") == nullptr));
         plist_dict_set_item(apps, id->c_str(), entry);
     });
     return apps;
@@ -77,12 +88,14 @@ PlistPtr makeStatusPlist(bool fullBackup) {
     return status;
 }
 
-PlistPtr makeManifestPlist(const ServiceContext& ctx, bool encrypted) {
+PlistPtr makeManifestPlist(const ServiceContext& ctx, bool encrypted, const std::optional<std::string>& keyBag) {
     PlistPtr manifest = adopt(plist_new_dict());
     plist_dict_set_item(manifest.get(), "Version", plist_new_string("10.0"));
     plist_dict_set_item(manifest.get(), "SystemDomainsVersion", plist_new_string("24.0"));
     plist_dict_set_item(manifest.get(), "Date", now());
     plist_dict_set_item(manifest.get(), "IsEncrypted", plist_new_bool(encrypted));
+    if (encrypted && keyBag)
+        plist_dict_set_item(manifest.get(), "BackupKeyBag", plist_new_data(keyBag->data(), keyBag->size()));
     const bool passcode = dictString(ctx.profile, "Trust").value_or("") == "password";
     plist_dict_set_item(manifest.get(), "WasPasscodeSet", plist_new_bool(passcode));
     plist_dict_set_item(manifest.get(), "Lockdown", lockdownValues(ctx));

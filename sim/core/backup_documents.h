@@ -7,14 +7,16 @@
 #include "core/plist_util.h"
 #include "service.h"
 
+#include <optional>
 #include <string>
 
 namespace zsim {
 
 PlistPtr makeStatusPlist(bool fullBackup);
-// The simulator stores files in clear: an encrypted backup is only marked
-// as one (IsEncrypted), without key bag or wrapped keys.
-PlistPtr makeManifestPlist(const ServiceContext& ctx, bool encrypted);
+// The simulator stores files in clear: an encrypted backup is marked as
+// one (IsEncrypted) and, when the password is known, carries a key bag to
+// check it against (backup_keybag.h), without wrapped keys.
+PlistPtr makeManifestPlist(const ServiceContext& ctx, bool encrypted, const std::optional<std::string>& keyBag);
 
 // True when a Status.plist says its backup was completed.
 bool isFinishedBackup(plist_t status);

@@ -12,6 +12,21 @@
 
 namespace zsim {
 
+// Takes the files of one stream as they come, so that large ones need
+// never be held whole. A false answer ends the stream at once: the device
+// gives up reading (as when it vanishes).
+class DownloadSink {
+public:
+    virtual ~DownloadSink() = default;
+    virtual bool begin(const std::string& path) = 0;
+    virtual bool data(const char* bytes, size_t n) = 0;
+    // `ok`: the host sent the file to its end; else `error` is its text.
+    virtual bool end(bool ok, const std::string& error) = 0;
+};
+
+// False when the stream breaks off, makes no sense or the sink gave up.
+bool readDownloadStream(ServiceStream& stream, DownloadSink& sink);
+
 struct DownloadedFile {
     std::string path;
     bool ok = false;
@@ -20,7 +35,7 @@ struct DownloadedFile {
     std::string error;  // the host's text when it could not send the file
 };
 
-// False when the stream breaks off or makes no sense.
+// Every file of the stream, each one's bytes kept up to `keepUpTo`.
 bool readDownloadStream(ServiceStream& stream, uint64_t keepUpTo, std::vector<DownloadedFile>& files);
 
 }  // namespace zsim

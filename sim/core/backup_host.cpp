@@ -46,13 +46,20 @@ std::optional<HostStatus> BackupHost::status() {
     return status;
 }
 
+bool BackupHost::askForFiles(const std::vector<std::string>& paths, double progress) {
+    return send({plist_new_string("DLMessageDownloadFiles"), stringArray(paths), plist_new_dict(),
+                 plist_new_real(progress), plist_new_uint(0)});
+}
+
+bool BackupHost::download(const std::vector<std::string>& paths, double progress, DownloadSink& sink) {
+    return askForFiles(paths, progress) && readDownloadStream(stream_, sink) && status();
+}
+
 std::optional<std::vector<DownloadedFile>> BackupHost::download(const std::vector<std::string>& paths,
                                                                 double progress, uint64_t keepUpTo) {
-    if (!send({plist_new_string("DLMessageDownloadFiles"), stringArray(paths), plist_new_dict(),
-               plist_new_real(progress), plist_new_uint(0)}))
-        return std::nullopt;
     std::vector<DownloadedFile> files;
-    if (!readDownloadStream(stream_, keepUpTo, files) || !status()) return std::nullopt;
+    if (!askForFiles(paths, progress) || !readDownloadStream(stream_, keepUpTo, files) || !status())
+        return std::nullopt;
     return files;
 }
 

@@ -42,6 +42,9 @@ public:
     // DLMessageDownloadFiles: each file's bytes are kept up to `keepUpTo`.
     std::optional<std::vector<DownloadedFile>> download(const std::vector<std::string>& paths, double progress,
                                                         uint64_t keepUpTo);
+    // The same, each file handed to `sink` as it comes; false once the
+    // conversation is over (the connection gone or the sink gave up).
+    bool download(const std::vector<std::string>& paths, double progress, DownloadSink& sink);
     std::optional<HostStatus> createDirectory(const std::string& path, double progress);
     std::optional<HostStatus> moveItems(const std::vector<std::pair<std::string, std::string>>& moves,
                                         double progress);
@@ -58,6 +61,8 @@ public:
     void awaitHostLeaving();
 
 private:
+    bool askForFiles(const std::vector<std::string>& paths, double progress);
+
     ServiceStream& stream_;
     const ServiceContext& ctx_;
     std::vector<char> scratch_;

@@ -1,8 +1,12 @@
 #include "core/backup_restore.h"
 
+#include "core/backup_apply.h"
+#include "core/backup_device_files.h"
 #include "core/backup_documents.h"
+#include "core/backup_keybag.h"
 #include "core/backup_manifest_db.h"
 #include "core/backup_profile.h"
+#include "core/backup_receive.h"
 
 #include <chrono>
 #include <map>
@@ -15,22 +19,34 @@ constexpr size_t kPageFiles = 64;
 constexpr uint64_t kPageBytes = 64ull << 20;
 constexpr uint64_t kKeepDocuments = 256ull << 20;
 constexpr uint64_t kErrorRestore = 104;
+constexpr uint64_t kErrorNoSpace = 105;
 constexpr uint64_t kErrorBackupUnreadable = 205;
 constexpr uint64_t kErrorPassword = 207;
+const char* const kPasswordText = "Invalid password (MBErrorDomain/207)";
 
-struct Wanted {
-    std::string path;
-    std::optional<uint64_t> size;
-};
+// An encrypted backup's password: checked against its key bag, or when it
+// has none (the profile turned encryption on, no password was known) any
+// password will do.
+bool passwordAccepted(plist_t manifest, const std::optional<std::string>& password) {
+    if (!password || password->empty()) return false;
+    auto bag = dictData(manifest, "BackupKeyBag");
+    if (!bag) return true;
+    auto keyBag = decodeKeyBag(std::string(bag->begin(), bag->end()));
+    return keyBag && keyBagAccepts(*keyBag, *password);
+}
 
 class RestoreRun {
 public:
     RestoreRun(BackupHost& host, plist_t request)
-        : host_(host), profile_(backupProfile(host.context().profile)) {
+        : host_(host),
+          ctx_(host.context()),
+          profile_(backupProfile(ctx_.profile)),
+          staging_(ctx_) {
         plist_t options = dictDict(request, "Options");
         source_ = dictString(request, "SourceIdentifier")
-                      .value_or(dictString(request, "TargetIdentifier").value_or(host.context().udid));
-        password_ = dictString(options, "Password").has_value();
+                      .value_or(dictString(request, "TargetIdentifier").value_or(ctx_.udid));
+        password_ = dictString(options, "Password");
+        options_ = restoreOptions(options);
     }
 
     void run() {
@@ -42,36 +58,44 @@ public:
             if (file.ok) byName[file.path.substr(file.path.rfind('/') + 1)] = &file;
 
         PlistPtr status = parsed(byName, "Status.plist");
-        PlistPtr manifest = parsed(byName, "Manifest.plist");
-        if (!isFinishedBackup(status.get()) || !manifest)
+        manifest_ = parsed(byName, "Manifest.plist");
+        if (!isFinishedBackup(status.get()) || !manifest_)
             return conclude(kErrorBackupUnreadable, "Error reading backup properties (MBErrorDomain/205)");
-        if (dictBool(manifest.get(), "IsEncrypted").value_or(false) && !password_)
-            return conclude(kErrorPassword, "Invalid password (MBErrorDomain/207)");
+        if (dictBool(manifest_.get(), "IsEncrypted").value_or(false) && !passwordAccepted(manifest_.get(), password_))
+            return conclude(kErrorPassword, kPasswordText);
         std::optional<std::vector<ManifestRecord>> records;
         if (byName.count("Manifest.db")) records = readManifestDatabase(byName["Manifest.db"]->bytes);
         if (!records) return conclude(kErrorBackupUnreadable, "Error reading backup database (MBErrorDomain/205)");
 
-        std::vector<Wanted> wanted;
-        for (const auto& r : *records)
-            if (r.flags == kManifestFile && r.fileID.size() > 2)
-                wanted.push_back({source_ + "/" + r.fileID.substr(0, 2) + "/" + r.fileID, r.size});
-        for (const auto& w : wanted) total_ += w.size.value_or(0);
+        plan(*records);
+        std::vector<std::pair<std::string, uint64_t>> media;
+        for (const auto& w : wanted_)
+            if (w.mediaPath) media.emplace_back(*w.mediaPath, w.size.value_or(0));
+        if (!restoreFits(ctx_, media))
+            return conclude(kErrorNoSpace, "Not enough free space on the device to restore (MBErrorDomain/105)");
 
-        std::vector<Wanted> page;
+        // The profile's faults: checked before each page and once all came,
+        // by the bytes that have come.
+        RestoreReceiver receiver(staging_, dropAt());
+        std::vector<const WantedFile*> page;
         uint64_t pageBytes = 0;
-        for (const Wanted& w : wanted) {
+        for (const WantedFile& w : wanted_) {
             if (!page.empty() && (page.size() == kPageFiles || pageBytes + w.size.value_or(0) > kPageBytes)) {
-                if (!fetch(page)) return;
+                if (failNow(receiver)) return fail();
+                if (!fetch(page, receiver)) return;
                 page.clear();
                 pageBytes = 0;
             }
-            page.push_back(w);
+            page.push_back(&w);
             pageBytes += w.size.value_or(0);
         }
-        if (!page.empty() && !fetch(page)) return;
-        if (missing_ > 0)
-            return conclude(kErrorRestore, std::to_string(missing_) +
+        if (failNow(receiver)) return fail();
+        if (!page.empty() && !fetch(page, receiver)) return;
+        if (failNow(receiver)) return fail();
+        if (receiver.missing() > 0)
+            return conclude(kErrorRestore, std::to_string(receiver.missing()) +
                                                " files could not be restored (MBErrorDomain/104)");
+        applyRestore(ctx_, staging_, manifest_.get(), options_);
         conclude(0, "");
     }
 
@@ -81,25 +105,46 @@ private:
         return it == byName.end() ? nullptr : parsePlist(it->second->bytes.data(), it->second->bytes.size());
     }
 
-    bool fetch(const std::vector<Wanted>& page) {
+    // Which files to ask for and where each goes.
+    void plan(const std::vector<ManifestRecord>& records) {
+        for (const auto& r : records) {
+            const auto mediaPath = mediaPathOf(r.domain, r.relativePath);
+            if (r.flags == kManifestFolder && mediaPath && !mediaPath->empty()) staging_.folders.push_back(*mediaPath);
+            if (r.flags != kManifestFile || r.fileID.size() <= 2) continue;
+            WantedFile w{source_ + "/" + r.fileID.substr(0, 2) + "/" + r.fileID, r.size, std::nullopt, nullptr};
+            if (mediaPath && !mediaPath->empty()) {
+                w.mediaPath = mediaPath;
+                staging_.listed.insert(*mediaPath);
+            }
+            w.store = syncClassOf(r.domain, r.relativePath);
+            total_ += w.size.value_or(0);
+            wanted_.push_back(std::move(w));
+        }
+    }
+
+    std::optional<uint64_t> dropAt() const {
+        if (!profile_.dropAtPercent) return std::nullopt;
+        return static_cast<uint64_t>(*profile_.dropAtPercent / 100.0 * double(total_));
+    }
+
+    bool failNow(const RestoreReceiver& receiver) const {
+        return profile_.failAtPercent &&
+               (total_ ? 100.0 * double(receiver.received()) / double(total_) : 100.0) >= *profile_.failAtPercent;
+    }
+
+    void fail() { conclude(kErrorNoSpace, "Insufficient free disk space on device to restore (MBErrorDomain/105)"); }
+
+    bool fetch(const std::vector<const WantedFile*>& page, RestoreReceiver& receiver) {
         if (profile_.pageDelayMilliseconds)
             std::this_thread::sleep_for(std::chrono::milliseconds(profile_.pageDelayMilliseconds));
         std::vector<std::string> paths;
-        uint64_t bytes = 0;
-        for (const auto& w : page) {
-            paths.push_back(w.path);
-            bytes += w.size.value_or(0);
+        for (const WantedFile* w : page) {
+            paths.push_back(w->hostPath);
+            asked_ += w->size.value_or(0);
         }
-        done_ += bytes;
-        auto files = host_.download(paths, total_ ? 100.0 * double(done_) / double(total_) : 100.0, 0);
-        if (!files) return false;
-        std::map<std::string, const DownloadedFile*> got;
-        for (const auto& f : *files) got[f.path] = &f;
-        for (const auto& w : page) {
-            auto it = got.find(w.path);
-            const bool whole = it != got.end() && it->second->ok && (!w.size || it->second->size == *w.size);
-            if (!whole) ++missing_;
-        }
+        receiver.expect(page);
+        if (!host_.download(paths, total_ ? 100.0 * double(asked_) / double(total_) : 100.0, receiver)) return false;
+        receiver.endPage();
         return true;
     }
 
@@ -108,12 +153,16 @@ private:
     }
 
     BackupHost& host_;
+    const ServiceContext& ctx_;
     const BackupProfile profile_;
+    RestoreStaging staging_;
     std::string source_;
-    bool password_ = false;
+    std::optional<std::string> password_;
+    RestoreOptions options_;
+    PlistPtr manifest_;
+    std::vector<WantedFile> wanted_;
     uint64_t total_ = 0;
-    uint64_t done_ = 0;
-    size_t missing_ = 0;
+    uint64_t asked_ = 0;
 };
 
 }  // namespace

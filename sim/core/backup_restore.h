@@ -3,8 +3,8 @@
 // Manifest.plist and Manifest.db, then for every file Manifest.db lists
 // (S/xx/<fileID>, in pages), each answered by the host's raw stream and a
 // status; then DLMessageProcessMessage {ErrorCode 0} and
-// DLMessageDisconnect. The simulator only reads what comes and checks each
-// file arrived whole (its size in Manifest.db); it applies nothing.
+// DLMessageDisconnect. Once every file came whole the backup is applied to
+// the device (backup_apply.h); a restore that fails applies nothing.
 #pragma once
 
 #include "core/backup_host.h"

@@ -2,7 +2,6 @@
 
 #include "core/plist_util.h"
 
-#include <openssl/evp.h>
 #include <openssl/rand.h>
 
 #include <map>
@@ -12,15 +11,6 @@ namespace zsim {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int kHashRounds = 10000;
-
-std::vector<unsigned char> hashPassword(const std::string& password, const std::vector<unsigned char>& salt) {
-    std::vector<unsigned char> out(32);
-    PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), salt.data(), static_cast<int>(salt.size()),
-                      kHashRounds, EVP_sha256(), static_cast<int>(out.size()), out.data());
-    return out;
-}
 
 std::vector<unsigned char> bytesOf(plist_t dict, const char* key) {
     auto data = dictData(dict, key);
@@ -45,9 +35,15 @@ bool BackupSettings::willEncrypt() {
     return willEncrypt_;
 }
 
+std::optional<PasswordDigest> BackupSettings::passwordDigest() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!willEncrypt_ || hash_.empty()) return std::nullopt;
+    return PasswordDigest{kPasswordRounds, salt_, hash_};
+}
+
 bool BackupSettings::matches(const std::string& password) const {
     // Encryption the profile turned on has no password the device knows of.
-    return hash_.empty() || hashPassword(password, salt_) == hash_;
+    return hash_.empty() || derivePasswordDigest(password, salt_) == hash_;
 }
 
 void BackupSettings::setPassword(const std::optional<std::string>& password) {
@@ -57,7 +53,7 @@ void BackupSettings::setPassword(const std::optional<std::string>& password) {
     if (!password) return;
     salt_.resize(16);
     RAND_bytes(salt_.data(), static_cast<int>(salt_.size()));
-    hash_ = hashPassword(*password, salt_);
+    hash_ = derivePasswordDigest(*password, salt_);
 }
 
 PasswordChangeResult BackupSettings::changePassword(const std::optional<std::string>& oldPassword,

@@ -5,6 +5,8 @@
 // (backup.plist), the password only as a salted hash.
 #pragma once
 
+#include "core/backup_keybag.h"
+
 #include <plist/plist.h>
 
 #include <cstdint>
@@ -27,6 +29,9 @@ public:
     BackupSettings(std::filesystem::path stateFile, plist_t profile);
 
     bool willEncrypt();
+    // The password's salt and digest, for a backup's key bag; nullopt when
+    // encryption is off or no password is known.
+    std::optional<PasswordDigest> passwordDigest();
     // What ChangePassword asks: a new password alone turns encryption on,
     // the old one alone turns it off, both change it.
     PasswordChangeResult changePassword(const std::optional<std::string>& oldPassword,

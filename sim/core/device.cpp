@@ -189,7 +189,7 @@ bool Device::isServiceRefused(const std::string& service) {
     return refusedServices_.count(service) != 0;
 }
 
-ServiceContext Device::serviceContext(const std::atomic<bool>* closing) const {
+ServiceContext Device::serviceContext(const std::atomic<bool>* closing) {
     ServiceContext ctx;
     ctx.udid = udid_;
     ctx.mediaRoot = mediaRoot_;
@@ -198,6 +198,10 @@ ServiceContext Device::serviceContext(const std::atomic<bool>* closing) const {
     ctx.profile = profile_.get();
     ctx.stalled = &stalled;
     ctx.closing = closing;
+    ctx.setValue = [this](const std::string& domain, const std::string& key, plist_t value) {
+        std::string error;
+        return setValue(domain, key, value, error);
+    };
     return ctx;
 }
 

@@ -93,11 +93,13 @@ public:
     bool isServiceRefused(const std::string& service);
 
     std::atomic<bool> stalled{false};
-    ServiceContext serviceContext(const std::atomic<bool>* closing) const;
+    ServiceContext serviceContext(const std::atomic<bool>* closing);
     plist_t profile() const { return profile_.get(); }
 
 private:
     plist_t domainValues(const std::string& domain);
+    // com.apple.disk_usage values that follow a media partition with a size.
+    PlistPtr partitionUsage(const std::string& domain, const std::string& key);
     PlistPtr dynamicValue(const std::string& key);
     void saveMemory();  // caller holds mutex_
     void ensureKey();   // caller holds mutex_

@@ -4,6 +4,7 @@
 
 #include "core/backup_settings.h"
 #include "core/device_keys.h"
+#include "services/afc_partition.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -28,6 +29,9 @@ const char* const kDynamicKeys[] = {"UniqueDeviceID", "DevicePublicKey", "TimeIn
 
 // Its WillEncrypt follows the backup service's encryption setting.
 const char* const kBackupDomain = "com.apple.mobile.backup";
+// Its capacity and free space follow a media partition with a size.
+const char* const kDiskUsageDomain = "com.apple.disk_usage";
+const char* const kPartitionKeys[] = {"TotalDataCapacity", "TotalDataAvailable", "AmountDataAvailable"};
 
 const char* overrideSlot(const std::string& domain) { return domain.empty() ? "DefaultDomain" : domain.c_str(); }
 
@@ -56,6 +60,16 @@ PlistPtr Device::dynamicValue(const std::string& key) {
         return adopt(plist_new_bool(trust_ == TrustMode::Locked));
     }
     if (key == "HostAttached" || key == "TrustedHostAttached") return adopt(plist_new_bool(1));
+    return nullptr;
+}
+
+PlistPtr Device::partitionUsage(const std::string& domain, const std::string& key) {
+    if (domain != kDiskUsageDomain) return nullptr;
+    MediaPartition* partition = mediaPartitionFor(mediaRoot_, profile_.get());
+    if (!partition) return nullptr;
+    if (key == "TotalDataCapacity") return adopt(plist_new_uint(partition->capacity()));
+    if (key == "TotalDataAvailable" || key == "AmountDataAvailable")
+        return adopt(plist_new_uint(partition->freeBytes()));
     return nullptr;
 }
 
@@ -100,6 +114,7 @@ PlistPtr Device::getValue(const std::string& domain, const std::string& key, boo
         }
         if (domain == kBackupDomain && key == "WillEncrypt")
             return adopt(plist_new_bool(backupSettingsFor(stateDir_, udid_, profile_.get()).willEncrypt()));
+        if (PlistPtr usage = partitionUsage(domain, key)) return usage;
         if (overrides && plist_dict_get_item(overrides.get(), key.c_str()))
             return adopt(plist_copy(plist_dict_get_item(overrides.get(), key.c_str())));
         if (domain.empty()) {
@@ -118,6 +133,8 @@ PlistPtr Device::getValue(const std::string& domain, const std::string& key, boo
         }
     }
     mergeDict(all.get(), overrides.get());
+    for (const char* key : kPartitionKeys)
+        if (PlistPtr usage = partitionUsage(domain, key)) plist_dict_set_item(all.get(), key, usage.release());
     if (domain == kBackupDomain)
         plist_dict_set_item(all.get(), "WillEncrypt",
                             plist_new_bool(backupSettingsFor(stateDir_, udid_, profile_.get()).willEncrypt()));

@@ -63,17 +63,7 @@ SyncStore::SyncStore(const SyncDataClass& cls, const fs::path& stateFolder, plis
 void SyncStore::load(plist_t classProfile) {
     PlistPtr saved = recordsFile_.empty() ? nullptr : readPlistFile(recordsFile_);
     if (plist_t records = dictDict(saved.get(), "Records")) {
-        plist_dict_iter it = nullptr;
-        plist_dict_new_iter(records, &it);
-        for (;;) {
-            char* id = nullptr;
-            plist_t record = nullptr;
-            plist_dict_next_item(records, it, &id, &record);
-            if (!id) break;
-            records_.put(id, adopt(plist_copy(record)), false);
-            free(id);
-        }
-        free(it);
+        putAll(records, false);
     } else {
         for (auto& [id, record] : profileRecords(dataClass(), classProfile)) records_.put(id, std::move(record), false);
     }
@@ -92,8 +82,7 @@ void SyncStore::load(plist_t classProfile) {
     }
 }
 
-void SyncStore::saveRecords() {
-    if (recordsFile_.empty()) return;
+PlistPtr SyncStore::recordsPlist() const {
     PlistPtr state = adopt(plist_new_dict());
     plist_dict_set_item(state.get(), "Generation", plist_new_uint(records_.generation()));
     plist_t records = plist_new_dict();
@@ -102,7 +91,38 @@ void SyncStore::saveRecords() {
         return true;
     });
     plist_dict_set_item(state.get(), "Records", records);
-    writePlistFile(recordsFile_, state.get());
+    return state;
+}
+
+void SyncStore::saveRecords() {
+    if (recordsFile_.empty()) return;
+    writePlistFile(recordsFile_, recordsPlist().get());
+}
+
+std::string SyncStore::serialized() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return toXml(recordsPlist().get());
+}
+
+void SyncStore::replace(plist_t records) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    records_.clear();
+    putAll(records, true);
+    saveRecords();
+}
+
+void SyncStore::putAll(plist_t records, bool changed) {
+    plist_dict_iter it = nullptr;
+    plist_dict_new_iter(records, &it);
+    for (;;) {
+        char* id = nullptr;
+        plist_t record = nullptr;
+        plist_dict_next_item(records, it, &id, &record);
+        if (!id) break;
+        if (plist_get_node_type(record) == PLIST_DICT) records_.put(id, adopt(plist_copy(record)), changed);
+        free(id);
+    }
+    free(it);
 }
 
 void SyncStore::saveAnchors() {

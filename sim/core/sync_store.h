@@ -49,9 +49,18 @@ public:
     PlistPtr apply(plist_t entities, SyncRemapTable& remap);
     void clear();
 
+    // The store as it persists ({Generation, Records}, XML), for a backup.
+    std::string serialized();
+    // Every record replaced by `records` ({id: record}), as a restore does;
+    // they all count as changed.
+    void replace(plist_t records);
+
 private:
     void load(plist_t classProfile);
+    // Every dictionary of `records` by its id; `changed` as put() takes it.
+    void putAll(plist_t records, bool changed);
     // The caller holds mutex_.
+    PlistPtr recordsPlist() const;
     void saveRecords();
     void saveAnchors();
 

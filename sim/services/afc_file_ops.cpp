@@ -40,6 +40,8 @@ ssize_t readFull(int fd, unsigned char* out, size_t n) {
     return static_cast<ssize_t>(got);
 }
 
+}  // namespace
+
 bool writeFull(int fd, const unsigned char* p, size_t n) {
     while (n > 0) {
         ssize_t w = ::write(fd, p, n);
@@ -53,8 +55,6 @@ bool writeFull(int fd, const unsigned char* p, size_t n) {
     return true;
 }
 
-}  // namespace
-
 bool Session::opFileOpen() {
     uint64_t mode = 0;
     std::string_view path;
@@ -65,9 +65,14 @@ bool Session::opFileOpen() {
     std::string real;
     if (Status s = paths_.resolve(path, {}, real); s != kSuccess) return sendStatus(s);
     // The path was resolved component by component; a link appearing at the
-    // end since then is not followed.
-    const int fd = ::open(real.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0) return sendStatus(statusFromErrno(errno));
+    // end since then is not followed. Truncating modes free the old bytes.
+    int fd = -1;
+    auto openFile = [&] {
+        fd = ::open(real.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0644);
+        return fd < 0 ? statusFromErrno(errno) : kSuccess;
+    };
+    const Status opened = (flags & O_TRUNC) ? counted({&real}, openFile) : openFile();
+    if (fd < 0) return sendStatus(opened);
     struct stat st {};
     if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
         ::close(fd);
@@ -137,7 +142,7 @@ bool Session::opWrite() {
         const size_t n = static_cast<size_t>(std::min<uint64_t>(payloadLeft_, room));
         if (!stream_.readExact(data, n)) return false;
         payloadLeft_ -= n;
-        if (error == 0 && !writeFull(fd, data, n)) error = errno;
+        if (error == 0) writeCounted(fd, data, n, error);
     }
     if (fd < 0) return sendStatus(kInvalidArg);
     return sendStatus(statusFromErrno(error));
@@ -169,7 +174,7 @@ bool Session::opSetSize() {
     if (!fixedU64(0, handle) || !fixedU64(1, size)) return sendStatus(kInvalidArg);
     const int fd = fileFd(handle);
     if (fd < 0 || size > static_cast<uint64_t>(INT64_MAX)) return sendStatus(kInvalidArg);
-    return sendStatus(::ftruncate(fd, static_cast<off_t>(size)) == 0 ? kSuccess : statusFromErrno(errno));
+    return sendStatus(resizeCounted(nullptr, fd, size));
 }
 
 bool Session::opClose() {

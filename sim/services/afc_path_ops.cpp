@@ -134,9 +134,10 @@ bool Session::opDeviceInfo() {
         appendString(used, *value);
     };
     add("Model", profileText(afc, "Model"));
-    auto total = profileText(afc, "FSTotalBytes");
+    // A partition with a size of its own reports that and what its files leave.
+    auto total = partition_ ? std::optional(decimal(partition_->capacity())) : profileText(afc, "FSTotalBytes");
     add("FSTotalBytes", total ? total : fallback(uint64_t(vfs.f_blocks) * vfs.f_frsize));
-    auto free = profileText(afc, "FSFreeBytes");
+    auto free = partition_ ? std::optional(decimal(partition_->freeBytes())) : profileText(afc, "FSFreeBytes");
     add("FSFreeBytes", free ? free : fallback(uint64_t(vfs.f_bavail) * vfs.f_frsize));
     auto block = profileText(afc, "FSBlockSize");
     add("FSBlockSize", block ? block : fallback(vfs.f_bsize));
@@ -168,14 +169,16 @@ bool Session::opRemovePath(bool withContents) {
     if (paths_.isRoot(real)) return sendStatus(kPermDenied);
     struct stat st {};
     if (::lstat(real.c_str(), &st) != 0) return sendStatus(statusFromErrno(errno));
-    if (withContents) {
-        // remove_all never follows links inside the tree.
-        std::error_code ec;
-        std::filesystem::remove_all(real, ec);
-        return sendStatus(ec ? statusFromErrno(ec.value()) : kSuccess);
-    }
-    const int rc = S_ISDIR(st.st_mode) ? ::rmdir(real.c_str()) : ::unlink(real.c_str());
-    return sendStatus(rc == 0 ? kSuccess : statusFromErrno(errno));
+    return sendStatus(counted({&real}, [&] {
+        if (withContents) {
+            // remove_all never follows links inside the tree.
+            std::error_code ec;
+            std::filesystem::remove_all(real, ec);
+            return ec ? statusFromErrno(ec.value()) : kSuccess;
+        }
+        const int rc = S_ISDIR(st.st_mode) ? ::rmdir(real.c_str()) : ::unlink(real.c_str());
+        return rc == 0 ? kSuccess : statusFromErrno(errno);
+    }));
 }
 
 bool Session::opRenamePath() {
@@ -188,7 +191,10 @@ bool Session::opRenamePath() {
     if (Status s = paths_.resolve(to, {.followLast = false}, realTo); s != kSuccess)
         return sendStatus(s);
     if (paths_.isRoot(realFrom) || paths_.isRoot(realTo)) return sendStatus(kPermDenied);
-    return sendStatus(::rename(realFrom.c_str(), realTo.c_str()) == 0 ? kSuccess : statusFromErrno(errno));
+    // A file renamed over another frees the bytes of the one replaced.
+    return sendStatus(counted({&realFrom, &realTo}, [&] {
+        return ::rename(realFrom.c_str(), realTo.c_str()) == 0 ? kSuccess : statusFromErrno(errno);
+    }));
 }
 
 bool Session::opMakeLink() {
@@ -210,7 +216,10 @@ bool Session::opMakeLink() {
     std::string realTarget;
     if (Status s = paths_.resolve(target, {.followLast = false}, realTarget); s != kSuccess)
         return sendStatus(s);
-    return sendStatus(::link(realTarget.c_str(), realName.c_str()) == 0 ? kSuccess : statusFromErrno(errno));
+    // The partition counts a file once per name, as its first walk does.
+    return sendStatus(counted({&realName}, [&] {
+        return ::link(realTarget.c_str(), realName.c_str()) == 0 ? kSuccess : statusFromErrno(errno);
+    }));
 }
 
 bool Session::opSetFileTime() {
@@ -234,8 +243,7 @@ bool Session::opTruncatePath() {
     std::string real;
     if (Status s = paths_.resolve(path, {}, real); s != kSuccess) return sendStatus(s);
     if (size > static_cast<uint64_t>(INT64_MAX)) return sendStatus(kInvalidArg);
-    return sendStatus(::truncate(real.c_str(), static_cast<off_t>(size)) == 0 ? kSuccess
-                                                                              : statusFromErrno(errno));
+    return sendStatus(resizeCounted(&real, -1, size));
 }
 
 }  // namespace zsim::afc

@@ -1,13 +1,14 @@
 // The AFC file services: "com.apple.afc" serves the media partition,
 // "com.apple.afc2" (jailbroken devices) the whole device tree.
 #include "../service.h"
+#include "afc_partition.h"
 #include "afc_session.h"
 
 namespace zsim {
 namespace {
 
 void serveAfc(ServiceStream& stream, const ServiceContext& ctx) {
-    afc::Session session(stream, ctx, ctx.mediaRoot.string());
+    afc::Session session(stream, ctx, ctx.mediaRoot.string(), mediaPartitionFor(ctx.mediaRoot, ctx.profile));
     session.run();
 }
 

@@ -8,8 +8,9 @@
 
 namespace zsim::afc {
 
-Session::Session(ServiceStream& stream, const ServiceContext& ctx, const std::string& root)
-    : stream_(stream), ctx_(ctx), paths_(root) {
+Session::Session(ServiceStream& stream, const ServiceContext& ctx, const std::string& root,
+                 MediaPartition* partition)
+    : stream_(stream), ctx_(ctx), paths_(root), partition_(partition) {
     buffer_.resize(64u << 10);
 }
 

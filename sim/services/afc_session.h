@@ -5,10 +5,13 @@
 #pragma once
 
 #include "../service.h"
+#include "afc_partition.h"
 #include "afc_paths.h"
 #include "afc_protocol.h"
 
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
@@ -16,9 +19,15 @@
 
 namespace zsim::afc {
 
+// Writes all n bytes, going on after interruptions; false with errno set.
+bool writeFull(int fd, const unsigned char* p, size_t n);
+
 class Session {
 public:
-    Session(ServiceStream& stream, const ServiceContext& ctx, const std::string& root);
+    // `partition`: the media partition's accounting when it has a size
+    // (null: nothing is counted or limited).
+    Session(ServiceStream& stream, const ServiceContext& ctx, const std::string& root,
+            MediaPartition* partition = nullptr);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -57,6 +66,14 @@ private:
     bool fixedString(size_t offset, std::string_view& out, size_t* next = nullptr) const;
     int fileFd(uint64_t handle) const;
 
+    // Runs `op` and counts what it changed at and under `paths` in the
+    // partition (afc_partition_ops.cpp).
+    Status counted(std::initializer_list<const std::string*> paths, const std::function<Status()>& op);
+    // Writes what fits in the partition; false with `error` set otherwise.
+    bool writeCounted(int fd, const unsigned char* p, size_t n, int& error);
+    // Sets a file's size, refusing growth beyond the free bytes.
+    Status resizeCounted(const std::string* path, int fd, uint64_t size);
+
     // Path operations (afc_path_ops.cpp).
     bool opReadDir();
     bool opFileInfo();
@@ -83,6 +100,7 @@ private:
     ServiceStream& stream_;
     const ServiceContext& ctx_;
     RootedPaths paths_;
+    MediaPartition* partition_;
     Header request_;
     std::vector<unsigned char> fixed_;
     uint64_t payloadLeft_ = 0;  // bytes of the request's payload not read yet

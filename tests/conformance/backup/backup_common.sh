@@ -47,3 +47,33 @@ with open(sys.argv[2], "wb") as f:
     plistlib.dump(p, f)
 PY
 }
+
+# media_sha1 UDID: the device's media partition as a backup should hold it,
+# in sha1sum's form ("<sha1>  <xx>/<fileID>"): DCIM and PhotoData under
+# CameraRollDomain, the rest under MediaDomain, the host's lock left out.
+media_sha1() {
+  python3 - "$WORK/state/$1/media" <<'PY'
+import hashlib, os, sys
+root = sys.argv[1]
+for folder, dirs, files in os.walk(root):
+    rel = os.path.relpath(folder, root)
+    dirs[:] = [d for d in dirs if not (rel == "." and d == "iTunesRestore")]
+    for name in files:
+        path = os.path.normpath(os.path.join(rel, name))
+        if path == "com.apple.itunes.lock_sync":
+            continue
+        domain = "CameraRollDomain" if path.split("/")[0] in ("DCIM", "PhotoData") else "MediaDomain"
+        file_id = hashlib.sha1(f"{domain}-Media/{path}".encode()).hexdigest()
+        digest = hashlib.sha1(open(os.path.join(root, path), "rb").read()).hexdigest()
+        print(f"{digest}  {file_id[:2]}/{file_id}")
+PY
+}
+
+# The sync stores every backup carries, as "<xx>/<fileID>".
+store_files() {
+  for p in Library/AddressBook/Contacts.plist Library/Calendar/Calendars.plist Library/Safari/Bookmarks.plist \
+           Library/Notes/Notes.plist; do
+    id=$(printf '%s' "HomeDomain-$p" | sha1sum | cut -c1-40)
+    echo "${id:0:2}/$id"
+  done
+}

@@ -18,12 +18,16 @@ for f in Info.plist Manifest.plist Manifest.db Status.plist; do [ -s "$B/$f" ] |
 [ "$(plist_value "$B/Manifest.plist" IsEncrypted)" = False ] || fail "an unencrypted backup marked encrypted"
 [ "$(plist_value "$B/Manifest.plist" Lockdown.UniqueDeviceID)" = $U ] || fail "Manifest.plist names another device"
 
-# Every generated file arrived unchanged, and nothing else did.
+# Every generated file and every file of the media partition arrived
+# unchanged, with the sync stores beside them, and nothing else did.
 "$ZSIM_BACKUP_DUMP" > "$WORK/expected.sha1" || fail "backup_content_dump failed"
+media_sha1 $U >> "$WORK/expected.sha1"
+grep -q "$(printf '%s' "CameraRollDomain-Media/DCIM/100APPLE/IMG_0001.JPG" | sha1sum | cut -c1-40)" "$WORK/expected.sha1" \
+  || fail "the device's photos are not among the expected files"
 (cd "$B" && sha1sum --quiet -c "$WORK/expected.sha1") || fail "backup files differ from the device's"
 [ "$(cd "$B" && ls -d ?? | wc -l)" -gt 100 ] || fail "files not spread over two-hex-digit folders"
 (cd "$B" && find ?? -type f | sort) > "$WORK/got.list"
-awk '{print $2}' "$WORK/expected.sha1" | sort > "$WORK/expected.list"
+{ awk '{print $2}' "$WORK/expected.sha1"; store_files; } | sort > "$WORK/expected.list"
 cmp -s "$WORK/got.list" "$WORK/expected.list" || fail "the backup holds other files than the device's"
 # Manifest.db lists exactly those files, each under the hash of its domain and path.
 sqlite3 "$B/Manifest.db" "SELECT substr(fileID, 1, 2) || '/' || fileID FROM Files WHERE flags = 1" | sort \

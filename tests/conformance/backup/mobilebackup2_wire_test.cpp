@@ -4,16 +4,23 @@
 // as a 64-bit integer, XML status answers, and no answer at all to
 // DLMessageRemoveFiles or DLMessageCopyItem. The stock idevicebackup2 is
 // covered by the scripts next to this file.
+#include "core/app_registry.h"
+#include "core/backup_settings.h"
 #include "core/plist_util.h"
+#include "core/sync_store.h"
 #include "plist_frames.h"
 
 #include <gtest/gtest.h>
 #include <openssl/sha.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <thread>
@@ -29,12 +36,22 @@ const char* const kUdid = "00008110-00000000000B0C01";
 const char* const kEmpty = "___EmptyParameterString___";
 const char* const kSmsFile = "3d/3d0d7e5fb2ce288813306e4d4636395e047a3d28";
 
-std::string profileWith(const std::string& backupKeys) {
+std::string profileWith(const std::string& backupKeys, const std::string& more = "") {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>"
            "<key>Values</key><dict><key>DeviceName</key><string>Wire iPhone</string>"
            "<key>ProductType</key><string>iPhone14,5</string></dict>"
-           "<key>Backup</key><dict>" + backupKeys + "</dict></dict></plist>";
+           "<key>Backup</key><dict>" + backupKeys + "</dict>" + more + "</dict></plist>";
 }
+
+// A device with one store app and one note, for restores to carry over.
+const char* const kStocked =
+    "<key>Apps</key><dict><key>User</key><array><dict>"
+    "<key>CFBundleIdentifier</key><string>com.example.wire</string>"
+    "<key>CFBundleDisplayName</key><string>Wire App</string>"
+    "<key>CFBundleShortVersionString</key><string>2.5</string></dict></array></dict>"
+    "<key>Sync</key><dict><key>Notes</key><dict><key>Records</key><dict><key>n-1</key><dict>"
+    "<key>com.apple.syncservices.RecordEntityName</key><string>com.apple.notes.Note</string>"
+    "<key>subject</key><string>Wire note</string></dict></dict></dict></dict>";
 
 plist_t array(std::initializer_list<plist_t> items) {
     plist_t a = plist_new_array();
@@ -69,8 +86,8 @@ struct Conversation {
 
 class Device {
 public:
-    explicit Device(const std::string& backupKeys = "")
-        : profileText_(profileWith(backupKeys)),
+    explicit Device(const std::string& backupKeys = "", const std::string& more = "")
+        : profileText_(profileWith(backupKeys, more)),
           profile_(zsim::parsePlist(profileText_.data(), profileText_.size())),
           run_("com.apple.mobilebackup2", context()) {}
 
@@ -164,13 +181,70 @@ public:
         return c;
     }
 
+    // A restore of the backup in `folder` (the host's files by path), the
+    // worker's way: every asked file streamed whole, a missing one refused.
+    Conversation restore(const std::map<std::string, std::string>& folder, plist_t options) {
+        Conversation c;
+        plist_t body = plist_new_dict();
+        plist_dict_set_item(body, "MessageName", plist_new_string("Restore"));
+        plist_dict_set_item(body, "TargetIdentifier", plist_new_string(kUdid));
+        plist_dict_set_item(body, "SourceIdentifier", plist_new_string(kUdid));
+        plist_dict_set_item(body, "Options", options);
+        send(array({plist_new_string("DLMessageProcessMessage"), body}));
+        while (PlistPtr message = receive()) {
+            plist_t m = message.get();
+            const std::string name = textAt(m, 0);
+            c.messages.push_back(name);
+            if (name == "DLMessageDownloadFiles") {
+                serve(folder, plist_array_get_item(m, 1));
+            } else if (name == "DLMessageProcessMessage") {
+                plist_t answer = plist_array_get_item(m, 1);
+                c.errorCode = static_cast<int64_t>(zsim::dictUInt(answer, "ErrorCode").value_or(UINT64_MAX));
+                c.errorDescription = zsim::dictString(answer, "ErrorDescription").value_or("");
+            } else if (name == "DLMessageDisconnect") {
+                return c;
+            } else {
+                c.unanswerable.push_back(name);
+            }
+        }
+        return c;
+    }
+
+    const zsim::ServiceContext& ctx() const { return ctx_; }
+    std::filesystem::path media() const { return ctx_.mediaRoot; }
+
 private:
     zsim::ServiceContext context() {
-        zsim::ServiceContext ctx;
-        ctx.udid = kUdid;
-        ctx.stateDir = state_.path() / kUdid;
-        ctx.profile = profile_.get();
-        return ctx;
+        ctx_.udid = kUdid;
+        ctx_.stateDir = state_.path() / kUdid;
+        ctx_.mediaRoot = ctx_.stateDir / "media";
+        std::filesystem::create_directories(ctx_.mediaRoot);
+        ctx_.profile = profile_.get();
+        return ctx_;
+    }
+
+    void serve(const std::map<std::string, std::string>& folder, plist_t paths) {
+        std::string raw;
+        bool all = true;
+        for (uint32_t i = 0; i < plist_array_get_size(paths); ++i) {
+            const std::string path = textAt(paths, i);
+            raw += frameLength(path.size()) + path;
+            auto it = folder.find(path);
+            if (it == folder.end()) {
+                const std::string text = "No such file or directory";
+                raw += frameLength(text.size() + 1) + '\x06' + text;
+                all = false;
+                continue;
+            }
+            for (size_t at = 0; at < it->second.size(); at += 32768) {
+                const std::string piece = it->second.substr(at, 32768);
+                raw += frameLength(piece.size() + 1) + '\x0C' + piece;
+            }
+            raw += frameLength(1) + '\x00';
+        }
+        raw += frameLength(0);
+        ASSERT_TRUE(run_.sendAll(raw.data(), raw.size()));
+        status(all ? 0 : -13, all ? kEmpty : "Multi status", plist_new_dict());
     }
 
     void refuseDownload(const std::string& path) {
@@ -243,6 +317,7 @@ private:
     TempDir state_;
     std::string profileText_;
     PlistPtr profile_;
+    zsim::ServiceContext ctx_;
     ServiceRun run_;
 };
 
@@ -376,6 +451,135 @@ TEST(BackupConversation, AStalledDeviceSendsNothingUntilReleased) {
     device.run().stalled = false;
     PlistPtr first = device.receive();
     EXPECT_EQ(textAt(first.get(), 0), "DLMessageDownloadFiles");
+}
+
+// The Options the worker sends: nothing but RestoreDontCopyBackup.
+plist_t workerOptions() {
+    plist_t options = plist_new_dict();
+    plist_dict_set_item(options, "RestoreDontCopyBackup", plist_new_bool(1));
+    return options;
+}
+
+void put(const std::filesystem::path& file, const std::string& content) {
+    std::filesystem::create_directories(file.parent_path());
+    writeFile(file, content);
+}
+
+std::string readAll(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Adds Manifest.db rows (and the files they name) to a backup folder.
+void addRows(std::map<std::string, std::string>& folder, const char* sql) {
+    const std::string db = std::string(kUdid) + "/Manifest.db";
+    TempDir dir;
+    writeFile(dir.path() / "db", folder.at(db));
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open((dir.path() / "db").c_str(), &handle), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(handle, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+    sqlite3_close(handle);
+    folder[db] = readAll(dir.path() / "db");
+}
+
+TEST(BackupRestore, TheWorkersBareRequestPutsMediaAppsAndStoresOnTheTarget) {
+    Device source("", kStocked);
+    put(source.media() / "DCIM" / "100APPLE" / "IMG_0001.JPG", "jpeg bytes");
+    put(source.media() / "Downloads" / "a.txt", std::string(70000, 'a'));  // more than one frame
+    ASSERT_GT(source.open(), 0);
+    const Conversation backup = source.backup();
+    ASSERT_EQ(backup.errorCode, 0) << backup.errorDescription;
+
+    Device target;
+    put(target.media() / "Downloads" / "own.txt", "kept");
+    // The same photo is left alone; a file of the same size that differs
+    // after its first frame is replaced whole.
+    put(target.media() / "DCIM" / "100APPLE" / "IMG_0001.JPG", "jpeg bytes");
+    struct stat before {};
+    ASSERT_EQ(stat((target.media() / "DCIM" / "100APPLE" / "IMG_0001.JPG").c_str(), &before), 0);
+    put(target.media() / "Downloads" / "a.txt", std::string(40000, 'a') + std::string(30000, 'b'));
+    ASSERT_GT(target.open(), 0);
+    const Conversation c = target.restore(backup.files, workerOptions());
+    EXPECT_EQ(c.errorCode, 0) << c.errorDescription;
+    EXPECT_EQ(c.messages.back(), "DLMessageDisconnect");
+    EXPECT_TRUE(c.unanswerable.empty());
+    EXPECT_EQ(readAll(target.media() / "DCIM" / "100APPLE" / "IMG_0001.JPG"), "jpeg bytes");
+    struct stat after {};
+    ASSERT_EQ(stat((target.media() / "DCIM" / "100APPLE" / "IMG_0001.JPG").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_TRUE(readAll(target.media() / "Downloads" / "a.txt") == std::string(70000, 'a'));
+    EXPECT_EQ(readAll(target.media() / "Downloads" / "own.txt"), "kept");
+    // The generated content's camera roll lands too; its other domains do not.
+    EXPECT_TRUE(std::filesystem::exists(target.media() / "Recordings" / "Recording-0001.bin"));
+
+    PlistPtr app = zsim::appRegistryFor(target.ctx()).find("com.example.wire");
+    ASSERT_TRUE(app);
+    EXPECT_EQ(zsim::dictString(app.get(), "CFBundleDisplayName").value_or(""), "Wire App");
+    EXPECT_EQ(zsim::dictString(app.get(), "CFBundleShortVersionString").value_or(""), "2.5");
+    EXPECT_TRUE(plist_dict_get_item(app.get(), "iTunesMetadata"));
+    const std::string notes = zsim::syncStoreFor(target.ctx(), *zsim::findSyncDataClass("com.apple.Notes")).serialized();
+    EXPECT_NE(notes.find("Wire note"), std::string::npos) << notes;
+}
+
+TEST(BackupRestore, FilesThatWouldLeaveTheMediaPartitionAreSkipped) {
+    Device source;
+    ASSERT_GT(source.open(), 0);
+    Conversation backup = source.backup();
+    ASSERT_EQ(backup.errorCode, 0);
+    // Three rows naming the same bytes: a climb out, an empty component, and a
+    // path through a link the target holds to a folder outside.
+    const std::string id = std::string(40, 'e');
+    backup.files[std::string(kUdid) + "/ee/" + id] = "escaped";
+    backup.files[std::string(kUdid) + "/ff/" + std::string(40, 'f')] = "escaped";
+    backup.files[std::string(kUdid) + "/dd/" + std::string(39, 'd') + "e"] = "escaped";
+    addRows(backup.files,
+            ("INSERT INTO Files VALUES ('" + id + "', 'MediaDomain', 'Media/../escape.txt', 1, NULL);"
+             "INSERT INTO Files VALUES ('" + std::string(40, 'f') + "', 'MediaDomain', 'Media//escape.txt', 1, NULL);"
+             "INSERT INTO Files VALUES ('" + std::string(39, 'd') + "e', 'MediaDomain', 'Media/link/escape.txt', 1, NULL);")
+                .c_str());
+
+    Device target;
+    TempDir outside;
+    std::filesystem::create_directory_symlink(outside.path(), target.media() / "link");
+    ASSERT_GT(target.open(), 0);
+    const Conversation c = target.restore(backup.files, workerOptions());
+    EXPECT_EQ(c.errorCode, 0) << c.errorDescription;
+    EXPECT_FALSE(std::filesystem::exists(target.media().parent_path() / "escape.txt"));
+    EXPECT_FALSE(std::filesystem::exists(target.media() / "escape.txt"));
+    EXPECT_TRUE(std::filesystem::is_empty(outside.path()));
+}
+
+TEST(BackupRestore, AnEncryptedBackupTakesOnlyItsOwnPassword) {
+    Device source;
+    ASSERT_EQ(zsim::backupSettingsFor(source.ctx().stateDir, kUdid, source.ctx().profile)
+                  .changePassword(std::nullopt, "right")
+                  .errorCode,
+              0u);
+    ASSERT_GT(source.open(), 0);
+    const Conversation backup = source.backup();
+    ASSERT_EQ(backup.errorCode, 0);
+    PlistPtr manifest = plistOf(backup.files.at(std::string(kUdid) + "/Manifest.plist"));
+    auto bag = zsim::dictData(manifest.get(), "BackupKeyBag");
+    ASSERT_TRUE(bag);
+    EXPECT_EQ(std::string(bag->begin(), bag->end()).find("right"), std::string::npos);
+
+    for (const char* password : {static_cast<const char*>(nullptr), "wrong", "right"}) {
+        Device target;
+        ASSERT_GT(target.open(), 0);
+        plist_t options = workerOptions();
+        if (password) plist_dict_set_item(options, "Password", plist_new_string(password));
+        const Conversation c = target.restore(backup.files, options);
+        const bool right = password && std::string(password) == "right";
+        EXPECT_EQ(c.errorCode, right ? 0 : 207) << (password ? password : "none");
+        // A refused restore asks for nothing but the backup's description.
+        const auto asked = std::count(c.messages.begin(), c.messages.end(), "DLMessageDownloadFiles");
+        if (right) {
+            EXPECT_GT(asked, 1);
+        } else {
+            EXPECT_EQ(c.errorDescription, "Invalid password (MBErrorDomain/207)");
+            EXPECT_EQ(asked, 1);
+        }
+    }
 }
 
 TEST(BackupPassword, ChangePasswordNeedsTheOldPasswordToTurnEncryptionOff) {

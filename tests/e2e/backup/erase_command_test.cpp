@@ -2,7 +2,9 @@
 // backup restored over what is left, with the progress a parent shows.
 #include "backup_fixture.h"
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -93,4 +95,103 @@ TEST_F(BackupCommands, AnEraseForNoDeviceSaysNothingAndABrokenCommandGetsTwentyO
     EXPECT_EQ(broken.back().uuid, "");
     for (const zparent::Event& event : worker->drain(std::chrono::milliseconds(500)))
         EXPECT_TRUE(event.frame.taskId != unknown && event.frame.taskId != unknown + 1) << zparent::describeEvent(event);
+}
+
+namespace {
+
+constexpr char kPartitionProfile[] = "iphone13-ios17-partition256m";
+
+bool present(const fs::path& path) {
+    std::error_code error;
+    return fs::exists(path, error);
+}
+
+}  // namespace
+
+class FreeSpaceFill : public BackupCommands {
+protected:
+    void startPartition() {
+        const std::string partition = e2e::profileDir(kPartitionProfile);
+        plist_t profile = readPlistFile(fs::path(partition) / "profile.plist");
+        ASSERT_NE(profile, nullptr);
+        const std::string device = plistText(plist_dict_get_item(profile, "Values"), "UniqueDeviceID");
+        plist_free(profile);
+        ASSERT_FALSE(device.empty());
+        startDevices({"--profile", partition}, {device});
+    }
+    zparent::LongCommandOutcome fill(int64_t level, const std::atomic<bool>* interrupted = nullptr) {
+        zparent::CommandRun run;
+        run.taskId = worker->nextTaskId();
+        run.idleTimeout = std::chrono::seconds(60);
+        run.interrupted = interrupted;
+        return zparent::runFillFreeSpace(worker->link, run, udid, level);
+    }
+    // Bytes of every file below the media partition.
+    uint64_t usedBytes() const {
+        uint64_t total = 0;
+        std::error_code error;
+        for (fs::recursive_directory_iterator it(mediaRoot(udid), error), end; !error && it != end; it.increment(error))
+            if (it->is_regular_file(error)) total += it->file_size(error);
+        return total;
+    }
+};
+
+TEST_F(FreeSpaceFill, OnePassRunsToAHundredTwoPassesSplitTheWayAndTheSpaceComesBack) {
+    startPartition();
+    const uint64_t before = usedBytes();
+
+    const zparent::LongCommandOutcome once = fill(1);
+    EXPECT_EQ(once.code, 0) << once.error;
+    std::vector<int64_t> values = valuesOfStage(once, 0);
+    ASSERT_FALSE(values.empty());
+    EXPECT_EQ(values.back(), 100);
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
+    EXPECT_FALSE(present(mediaRoot(udid) / "iostemp"));
+    EXPECT_EQ(usedBytes(), before);
+
+    const zparent::LongCommandOutcome twice = fill(2);
+    EXPECT_EQ(twice.code, 0) << twice.error;
+    values = valuesOfStage(twice, 0);
+    ASSERT_GE(values.size(), 2u);
+    EXPECT_NE(std::find(values.begin(), values.end(), 50), values.end()) << "the first pass ends at 50";
+    EXPECT_EQ(values.back(), 100);
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
+    EXPECT_FALSE(present(mediaRoot(udid) / "iostemp"));
+
+    // Three levels still make two passes: 1..34, then 51..84.
+    values = valuesOfStage(fill(3), 0);
+    ASSERT_FALSE(values.empty());
+    EXPECT_EQ(values.back(), 84);
+    EXPECT_NE(std::find(values.begin(), values.end(), 34), values.end());
+
+    // No level, no pass: too little written.
+    EXPECT_EQ(fill(0).code, 2);
+    EXPECT_EQ(usedBytes(), before);
+}
+
+TEST_F(FreeSpaceFill, ACancelInTheMiddleEndsWithSixAndLeavesNoFillFile) {
+    startPartition();
+    const uint64_t before = usedBytes();
+    const fs::path folder = mediaRoot(udid) / "iostemp";
+    std::atomic<bool> interrupted{false};
+    // Once the first fill file is open the device is stalled: it holds every
+    // request, and the cancel is in before the next write is answered.
+    auto fillFileOpen = [&] {
+        std::error_code error;
+        return present(folder) && !fs::is_empty(folder, error);
+    };
+    std::thread canceller([&] {
+        for (int i = 0; i < 1000 && !fillFileOpen(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        sim->control("stall " + udid + " on");
+        interrupted = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        sim->control("stall " + udid + " off");
+    });
+    const zparent::LongCommandOutcome cancelled = fill(2, &interrupted);
+    canceller.join();
+    EXPECT_EQ(cancelled.code, 6) << cancelled.error;
+    EXPECT_EQ(cancelled.error, "Task cancelled.");
+    EXPECT_FALSE(present(folder));
+    EXPECT_EQ(usedBytes(), before);
+    EXPECT_EQ(fill(1).code, 0) << "the next fill runs";
 }

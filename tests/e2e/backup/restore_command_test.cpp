@@ -3,6 +3,7 @@
 #include "backup_fixture.h"
 
 #include <fstream>
+#include <map>
 
 namespace fs = std::filesystem;
 
@@ -121,4 +122,65 @@ TEST_F(BackupCommands, ADevicePulledOutInTheMiddleOfARestoreEndsItAndTheWorkerSt
     EXPECT_EQ(sim->control("attach " + udid).rfind("ok", 0), 0u);
     ASSERT_TRUE(worker->waitForReady(udid).has_value());
     EXPECT_TRUE(zparent::restoreCompleted(restore(folder.string(), udid).code));
+}
+
+namespace {
+
+// Every file of the media partition with its size, by path; the sync lock
+// and the app list the stock tool puts on the device (iTunesRestore/) are
+// its own, not the backup's.
+std::map<std::string, uintmax_t> mediaTree(const fs::path& root) {
+    std::map<std::string, uintmax_t> tree;
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(root, error), end; !error && it != end; it.increment(error)) {
+        const std::string path = fs::relative(it->path(), root).string();
+        if (it->is_regular_file(error) && path != "com.apple.itunes.lock_sync" && path.rfind("iTunesRestore/", 0) != 0)
+            tree[path] = it->file_size(error);
+    }
+    return tree;
+}
+
+}  // namespace
+
+TEST_F(BackupCommands, TheWorkersRestoreLeavesTheDeviceAsTheStockToolsDoes) {
+    // Two devices of one profile: one restored by the stock tool, one by the
+    // worker, from the same backup of the built-in device.
+    const std::string noApps = e2e::profileDir("iphone13-ios17-noapps");
+    sim = std::make_unique<e2e::Simulator>(std::vector<std::string>{"--builtin", "--profile", noApps, "--profile", noApps});
+    ASSERT_TRUE(sim->ready());
+    std::vector<std::string> targets;
+    for (const std::string& device : sim->udids())
+        if (device != kBuiltinUdid) targets.push_back(device);
+    ASSERT_EQ(targets.size(), 2u);
+    sim.reset();
+    startDevices({"--builtin", "--profile", noApps, "--profile", noApps}, {targets[1], kBuiltinUdid, targets[0]});
+    const fs::path folder = stockBackup(kBuiltinUdid, "source");
+
+    int status = -1;
+    const std::string output = stockTool("-u " + targets[0] + " -s " + kBuiltinUdid + " restore --system --no-reboot " +
+                                             (scratch / "source").string(),
+                                         &status);
+    ASSERT_EQ(status, 0) << output;
+    const zparent::LongCommandOutcome ours = restore(folder.string(), kBuiltinUdid);
+    ASSERT_TRUE(zparent::restoreCompleted(ours.code)) << ours.code << " " << ours.error;
+
+    EXPECT_FALSE(userApps(targets[1]).empty());
+    EXPECT_EQ(userApps(targets[1]), userApps(targets[0]));
+    EXPECT_EQ(mediaTree(mediaRoot(targets[1])), mediaTree(mediaRoot(targets[0])));
+}
+
+TEST_F(BackupCommands, AnEncryptedBackupRestoresWithItsPasswordOnly) {
+    const std::string noApps = e2e::profileDir("iphone13-ios17-noapps");
+    startDevices({"--builtin", "--profile", noApps}, {"00008110-001A2B3C4D5E6000", kBuiltinUdid});
+    int status = -1;
+    const std::string on = stockTool("-u " + std::string(kBuiltinUdid) + " encryption on \"s3cret pass\"", &status);
+    ASSERT_EQ(status, 0) << on;
+    const fs::path folder = stockBackup(kBuiltinUdid, "encrypted");
+
+    const zparent::LongCommandOutcome wrong = restore(folder.string(), kBuiltinUdid, "wrong");
+    EXPECT_EQ(wrong.code, 207) << wrong.error;
+    EXPECT_NE(wrong.error.find("Invalid password"), std::string::npos) << wrong.error;
+    const zparent::LongCommandOutcome right = restore(folder.string(), kBuiltinUdid, "s3cret pass");
+    EXPECT_TRUE(zparent::restoreCompleted(right.code)) << right.code << " " << right.error;
+    EXPECT_FALSE(userApps(udid).empty()) << "the apps of the backup came over";
 }
