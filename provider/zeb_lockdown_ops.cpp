@@ -129,12 +129,12 @@ int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
     std::lock_guard<std::mutex> hold(device->lock);
     if (device->gone) return kZebAMDDeviceGone;
     if (!device->lockdown) return kZebAMDNotConnected;
-    if (device->sessionCount > 0) return kZebAMDSuccess;  // a running session proves the pairing
-    // The device accepts a session only from a host it is paired with.
-    std::string sessionId;
-    int32_t result = StartSessionLocked(*device, sessionId);
-    if (result == kZebAMDSuccess) EndSessionLocked(*device, sessionId);
-    return result;
+    // A running or idle session proves the pairing.
+    if (device->sessionCount > 0 || !device->sessionId.empty()) return kZebAMDSuccess;
+    // The device accepts a session only from a host it is paired with. The
+    // session is kept, idle: the start that usually follows takes it over
+    // instead of paying for a second handshake.
+    return StartSessionLocked(*device, device->sessionId);
 }
 
 int32_t AMDeviceStartSession(AMDeviceRef handle) {
@@ -146,6 +146,10 @@ int32_t AMDeviceStartSession(AMDeviceRef handle) {
     if (!device->lockdown) return kZebAMDNotConnected;
     if (device->sessionCount > 0) {
         ++device->sessionCount;
+        return kZebAMDSuccess;
+    }
+    if (!device->sessionId.empty()) {  // the idle one a pairing check left
+        device->sessionCount = 1;
         return kZebAMDSuccess;
     }
     int32_t result = StartSessionLocked(*device, device->sessionId);

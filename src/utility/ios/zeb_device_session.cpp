@@ -8,14 +8,31 @@ namespace zeb {
 
 namespace {
 
-struct ConnectionCache {
+// One slot per device with a lock of its own: a device that pairs or
+// answers slowly holds up only its own commands, not every device's.
+template <typename Shared>
+struct Slot {
     std::mutex lock;
-    std::map<DeviceHandle, std::weak_ptr<ZEBDeviceConnection>> entries;
+    std::weak_ptr<Shared> entry;
 };
-struct SessionCache {
-    std::mutex lock;
-    std::map<DeviceHandle, std::weak_ptr<ZEBDeviceSession>> entries;
+template <typename Shared>
+struct SlotCache {
+    std::mutex lock;  // the map only
+    std::map<DeviceHandle, std::shared_ptr<Slot<Shared>>> slots;
+
+    std::shared_ptr<Slot<Shared>> slotOf(DeviceHandle handle) {
+        std::lock_guard<std::mutex> hold(lock);
+        auto& slot = slots[handle];
+        if (!slot) slot = std::make_shared<Slot<Shared>>();
+        return slot;
+    }
+    void forget(DeviceHandle handle) {
+        std::lock_guard<std::mutex> hold(lock);
+        slots.erase(handle);
+    }
 };
+using ConnectionCache = SlotCache<ZEBDeviceConnection>;
+using SessionCache = SlotCache<ZEBDeviceSession>;
 
 ConnectionCache& connectionCache() {
     static auto* cache = new ConnectionCache;
@@ -54,10 +71,7 @@ SessionPtr createSession(DeviceHandle handle, int32_t& error) {
         error = kErrorValidatePairing;
         return nullptr;
     }
-    // The first session is always thrown away; the third call is the one
-    // that counts.
-    api().AMDeviceStartSession(handle);
-    api().AMDeviceStopSession(handle);
+    // One session: the pairing check's, taken over here.
     if (api().AMDeviceStartSession(handle) != 0) {
         error = kErrorStartSession;
         return nullptr;
@@ -69,48 +83,44 @@ SessionPtr createSession(DeviceHandle handle, int32_t& error) {
 }  // namespace
 
 ConnectionPtr GetConnection(DeviceHandle handle) {
-    ConnectionCache& cache = connectionCache();
-    std::lock_guard<std::mutex> hold(cache.lock);
-    if (auto live = cache.entries[handle].lock()) return live;
+    auto slot = connectionCache().slotOf(handle);
+    std::lock_guard<std::mutex> hold(slot->lock);
+    if (auto live = slot->entry.lock()) return live;
     ConnectionPtr connection = openConnection(handle);
-    if (connection) cache.entries[handle] = connection;
+    if (connection) slot->entry = connection;
     return connection;
 }
 
 ConnectionPtr ReopenConnection(DeviceHandle handle) {
-    ConnectionCache& cache = connectionCache();
-    std::lock_guard<std::mutex> hold(cache.lock);
+    auto slot = connectionCache().slotOf(handle);
+    std::lock_guard<std::mutex> hold(slot->lock);
     ConnectionPtr connection = openConnection(handle);
-    if (connection) cache.entries[handle] = connection;
+    if (connection) slot->entry = connection;
     return connection;
 }
 
 SessionPtr GetSession(DeviceHandle handle, int32_t& error) {
-    SessionCache& cache = sessionCache();
-    std::lock_guard<std::mutex> hold(cache.lock);
-    if (auto live = cache.entries[handle].lock()) return live;
+    auto slot = sessionCache().slotOf(handle);
+    std::lock_guard<std::mutex> hold(slot->lock);
+    if (auto live = slot->entry.lock()) return live;
     SessionPtr session = createSession(handle, error);
-    if (session) cache.entries[handle] = session;
+    if (session) slot->entry = session;
     return session;
 }
 
 SessionPtr RenewSession(DeviceHandle handle, int32_t& error) {
-    SessionCache& cache = sessionCache();
-    std::lock_guard<std::mutex> hold(cache.lock);
+    auto slot = sessionCache().slotOf(handle);
+    std::lock_guard<std::mutex> hold(slot->lock);
     // A session a running command holds stays valid; the new one runs beside.
-    cache.entries.erase(handle);
+    slot->entry.reset();
     SessionPtr session = createSession(handle, error);
-    if (session) cache.entries[handle] = session;
+    if (session) slot->entry = session;
     return session;
 }
 
 void ForgetDevice(DeviceHandle handle) {
-    {
-        std::lock_guard<std::mutex> hold(sessionCache().lock);
-        sessionCache().entries.erase(handle);
-    }
-    std::lock_guard<std::mutex> hold(connectionCache().lock);
-    connectionCache().entries.erase(handle);
+    sessionCache().forget(handle);
+    connectionCache().forget(handle);
 }
 
 }  // namespace zeb
