@@ -134,8 +134,8 @@ TEST(DeviceEvents, NetworkDevicesAreInvisibleAndManyUsbDevicesBecomeReady) {
     for (int i = 0; i < 32; ++i) udids.push_back(sim.attach("builtin"));
     for (const std::string& udid : udids) {
         ASSERT_FALSE(udid.empty());
-        // Each first contact pairs (two RSA keys on the host), one device after
-        // the other on the notification thread: give the last one time.
+        // Each first contact pairs (two RSA keys on the host); devices come
+        // up side by side on the pool, but give the last one time.
         ASSERT_TRUE(worker.waitForReady(udid, 200s)) << udid << " never became ready";
     }
     // The network device never shows: 32 arrivals, all of them USB devices.
@@ -145,6 +145,38 @@ TEST(DeviceEvents, NetworkDevicesAreInvisibleAndManyUsbDevicesBecomeReady) {
         arrivals += e.frame.commandType == 11;
     }
     EXPECT_EQ(arrivals, 32u);
+}
+
+TEST(DeviceEvents, ARowOfDevicesComesUpWhileOneIsRefusedAndAnotherPulledOut) {
+    Simulator sim({"--profile", e2e::profileDir("iphone11-ios16-untrusted")});
+    ASSERT_TRUE(sim.ready());
+    const std::string refusing = sim.udids().at(0);
+    ASSERT_EQ(sim.control("refuse " + refusing), "ok");
+    Worker worker(sim);
+    std::vector<std::string> udids;
+    for (int i = 0; i < 31; ++i) udids.push_back(sim.attach("builtin"));
+    // One of the row leaves while the others are still coming up.
+    const std::string leaving = udids.back();
+    udids.pop_back();
+    ASSERT_EQ(sim.control("detach " + leaving), "ok");
+    for (const std::string& udid : udids) ASSERT_TRUE(worker.waitForReady(udid, 120s)) << udid << " never became ready";
+
+    std::vector<Event> events = worker.drain(1000ms);
+    size_t refusals = 0;
+    bool leavingGone = false;
+    for (const Event& e : events) {
+        if (isEvent(e, 12) && e.uuid.empty()) ++refusals;
+        if (isEvent(e, 1)) {
+            EXPECT_NE(e.uuid, refusing) << "a refused device is never ready";
+            EXPECT_FALSE(leavingGone && e.uuid == leaving) << "no ready after gone";
+        }
+        if (isEvent(e, 8) && (e.uuid == leaving || e.uuid.empty())) leavingGone = true;
+    }
+    EXPECT_GE(refusals, 1u) << "the refusing device asked for trust";
+    // The refused device holds nothing up: commands on the others answer.
+    const std::vector<Event> answer = worker.run(300, e2e::commandJson(udids.front()));
+    ASSERT_FALSE(answer.empty());
+    EXPECT_EQ(answer.back().code, 0);
 }
 
 }  // namespace
