@@ -2,6 +2,7 @@
 // (1600, to the final event) beside `idevicebackup2 backup --full` of the
 // same device, in one run. Prints MB/s of both, their ratio (aim: at least
 // 1.0) and the worker's peak memory (aim: under 64 MB).
+#include "bench_files.h"
 #include "bench_row.h"
 #include "sim_harness.h"
 #include "zeb_parent_backup.h"
@@ -23,13 +24,6 @@ namespace {
 
 constexpr char kUdid[] = "00008110-001A2B3C4D5E6B20";
 
-uint64_t folderBytes(const fs::path& folder) {
-    uint64_t total = 0;
-    std::error_code error;
-    for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        if (it->is_regular_file(error)) total += it->file_size(error);
-    return total;
-}
 
 double peakMegabytes(pid_t pid) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");

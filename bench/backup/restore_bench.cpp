@@ -2,6 +2,7 @@
 // worker (1601, to the final event) beside `idevicebackup2 restore` of the
 // same backup folder onto the same device, in one run. Prints MB/s of both
 // and their ratio (aim: at least 1.0).
+#include "bench_files.h"
 #include "bench_row.h"
 #include "sim_harness.h"
 #include "zeb_parent_restore.h"
@@ -21,13 +22,6 @@ namespace {
 
 constexpr char kUdid[] = "00008110-001A2B3C4D5E6B20";
 
-uint64_t folderBytes(const fs::path& folder) {
-    uint64_t total = 0;
-    std::error_code error;
-    for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        if (it->is_regular_file(error)) total += it->file_size(error);
-    return total;
-}
 
 int stockTool(const e2e::Simulator& sim, const std::string& arguments) {
     const std::string command = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim.socketPath() + " " IDEVICEBACKUP2 " -u " +
