@@ -7,6 +7,7 @@
 #include "sim_harness.h"
 #include "zeb_parent_transfer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -73,18 +74,32 @@ int main(int argc, char** argv) {
     uint64_t task = 1;
     const double mb = static_cast<double>(fileSize) / (1 << 20);
 
-    double directPull = seconds([&] { direct.readFile("/Bench/big.bin", scratch / "direct.bin"); });
-    bool pulled = false;
-    double workerPull = seconds([&] {
-        pulled = zparent::pullFile(worker.link, ++task, udid, "/Bench/big.bin", scratch / "pulled.bin", options).ok;
-    });
-    long peak = peakKiB(worker.link.workerPid());
+    // Alternating rounds, the best of each: one round on a shared machine
+    // swings by a factor of two.
+    constexpr int kRounds = 3;
+    double directPull = 1e9, workerPull = 1e9, directPush = 1e9, workerPush = 1e9;
+    bool pulled = true, pushed = true;
+    long peak = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        directPull = std::min(directPull, seconds([&] {
+            pulled &= direct.readFile("/Bench/big.bin", scratch / "direct.bin") == static_cast<int64_t>(fileSize);
+        }));
+        workerPull = std::min(workerPull, seconds([&] {
+            pulled &= zparent::pullFile(worker.link, ++task, udid, "/Bench/big.bin", scratch / "pulled.bin", options).ok;
+        }));
+        peak = std::max(peak, peakKiB(worker.link.workerPid()));
+        fs::remove(scratch / "direct.bin");
+        fs::remove(scratch / "pulled.bin");
 
-    double directPush = seconds([&] { direct.writeFile(scratch / "upload.bin", "/Bench/direct-up.bin"); });
-    bool pushed = false;
-    double workerPush = seconds([&] {
-        pushed = zparent::pushFile(worker.link, ++task, udid, scratch / "upload.bin", {"/Bench/", "", -1}, options).ok;
-    });
+        directPush = std::min(directPush, seconds([&] {
+            pushed &= direct.writeFile(scratch / "upload.bin", "/Bench/direct-up.bin") == static_cast<int64_t>(fileSize);
+        }));
+        workerPush = std::min(workerPush, seconds([&] {
+            pushed &= zparent::pushFile(worker.link, ++task, udid, scratch / "upload.bin", {"/Bench/", "", -1}, options).ok;
+        }));
+        direct.remove("/Bench/direct-up.bin");
+        direct.remove("/Bench/upload.bin");
+    }
 
     int64_t directFiles = 0;
     double directTree = seconds([&] { directFiles = direct.copyTree("/Bench/tree", scratch / "direct-tree"); });
