@@ -21,11 +21,13 @@ void startUp() {
 
     globalTaskTable();
 
+    // The table is ready before the parent can send: a command sent at once
+    // after the link comes up is not dropped.
+    buildCommandTable();
+
     // An unreachable parent isn't fatal: the watcher ends the process.
     bool connected = ZEBClient::instance()->connectToParent();
     LOG(INFO) << "connectToParent: " << (connected ? "connected" : "no link");
-
-    buildCommandTable();
 
     ZEBDeviceMonitor& monitor = ZEBDeviceMonitor::instance();
     {

@@ -55,6 +55,10 @@ std::vector<std::string> CMobileExportFun::ProviderCandidates() {
 
 bool CMobileExportFun::Init() {
     if (initialised == 1) return true;
+    // Commands that need no device may run before the device monitor has
+    // bound the provider: whoever comes first binds, the other waits.
+    std::lock_guard<std::mutex> one(binding);
+    if (initialised == 1) return true;
 
     // The host library must be there first, loaded globally, exactly as the
     // provider will need it.

@@ -3,6 +3,9 @@
 // time; nothing in the worker links it.
 #pragma once
 
+#include <atomic>
+#include <mutex>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -125,8 +128,10 @@ public:
     CFDataCreateCopy_t* CFDataCreateCopy = nullptr;
     CFDateGetAbsoluteTime_t* CFDateGetAbsoluteTime = nullptr;
 
-    // 0 until Init has bound every slot, then 1.
-    int32_t initialised = 0;
+    // 0 until Init has bound every slot, then 1. Set last, so a thread that
+    // sees 1 sees every slot bound.
+    std::atomic<int32_t> initialised{0};
+    std::mutex binding;  // one Init at a time
     // The provider's library handle; never closed.
     void* mobileDeviceModule = nullptr;
 

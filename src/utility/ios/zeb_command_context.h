@@ -63,6 +63,7 @@ enum CommonCode : int64_t {
     kCodeConversationBroke = 2,
     kCodeCancelled = 6,
     kCodeNoDevice = 7,
+    kCodeNoProvider = 9,  // as the monitor reports a provider it cannot bind
     kCodeBadTail = 8,
     kCodeServiceFailed = 12,
     kCodeBadJson = 21,

@@ -84,6 +84,13 @@ void ZEBModule::runDispatched(IPCPacket1* packet, const DispatchRules& rules, co
         }
     }
 
+    // A command that overtakes the device monitor's start still finds the
+    // provider bound; without one there is nothing it could do. Control
+    // (cancel) needs none.
+    if (!rules.anyVersion && !zeb::api().Init()) {
+        report(packet, context.uuid.c_str(), kCodeNoProvider, nullptr);
+        return;
+    }
     int64_t result = kCodeSuccess;
     if (context.version == 1 || rules.anyVersion) result = operation(context);
     if (result != kAlreadyReported) report(packet, context.uuid.c_str(), result, nullptr);

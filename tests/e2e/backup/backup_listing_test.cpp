@@ -40,3 +40,19 @@ TEST_F(BackupCommands, BackupsAreFoundOnceOneLevelDownAndSizedAfter) {
 }
 
 }  // namespace
+
+// A parent may ask at once, before any device is there: the worker has its
+// commands and the provider ready before the link comes up.
+TEST(BackupListingAtOnce, AListingSentTheMomentTheLinkIsUpIsAnswered) {
+    e2e::Simulator sim;
+    ASSERT_TRUE(sim.ready());
+    for (int round = 0; round < 8; ++round) {
+        e2e::Worker worker(sim);
+        ASSERT_TRUE(worker.connected());
+        const std::vector<zparent::Event> events =
+            worker.run(1602, "{\"uuid\":\"\",\"paths\":[\"/nonexistent-zebrelo-folder\"]}", std::nullopt,
+                       std::chrono::seconds(10));
+        ASSERT_FALSE(events.empty()) << "round " << round << ": no answer";
+        EXPECT_EQ(events.back().code, 0);
+    }
+}
