@@ -31,7 +31,16 @@ ssize_t Receive(AMDServiceConnectionRef, void* buffer, size_t length) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const fs::path base = fs::temp_directory_path() / ("zeb-fuzz-upload-" + std::to_string(getpid()));
+    // The scratch folder goes with the process.
+    struct Scratch {
+        fs::path path = fs::temp_directory_path() / ("zeb-fuzz-upload-" + std::to_string(getpid()));
+        ~Scratch() {
+            std::error_code ignored;
+            fs::remove_all(path, ignored);
+        }
+    };
+    static const Scratch scratch;
+    const fs::path& base = scratch.path;
     if (size < 1) return 0;
     CMobileExportFun::GetInstance().AMDServiceConnectionReceive = Receive;
     g_piece = 1 + data[0] % 64;
