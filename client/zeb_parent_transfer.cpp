@@ -273,17 +273,22 @@ TransferResult pullFile(ParentLink& link, uint64_t taskId, const std::string& ud
     result.skipped = bytesDone;
     if (options.progress) options.progress(bytesDone, result.size);
 
-    for (const auto& [key, piece] : pieces) {
-        if (done.count(piece.id)) continue;
-        if (!link.sendCommand(taskId, kPull, commandJson(udid, 0, 2),
-                              pieceInfoJson(piece.id, piece.offset, piece.length))) {
-            wait = Wait::Closed;
-            break;
-        }
+    // The next piece is asked for as soon as one arrives, before it is
+    // written: the worker reads and sends while this side writes.
+    std::vector<std::pair<std::string, Piece>> pending;
+    for (const auto& entry : pieces)
+        if (!done.count(entry.second.id)) pending.push_back(entry);
+    auto ask = [&](const Piece& piece) {
+        return link.sendCommand(taskId, kPull, commandJson(udid, 0, 2), pieceInfoJson(piece.id, piece.offset, piece.length));
+    };
+    if (!pending.empty() && !ask(pending.front().second)) wait = Wait::Closed;
+    for (size_t i = 0; i < pending.size() && wait == Wait::Event; ++i) {
+        const auto& [key, piece] = pending[i];
         do {
             wait = nextTaskEvent(link, taskId, udid, options.pieceTimeout, options.interrupted, event);
         } while (wait == Wait::Event && event.stage != 2);
         if (wait != Wait::Event) break;
+        const bool asked = i + 1 >= pending.size() || ask(pending[i + 1].second);
         rapidjson::Document info;
         info.Parse(event.info.c_str());
         if (integerOf(info, "id") != piece.id || event.tail.size() != static_cast<size_t>(piece.length) ||
@@ -299,6 +304,7 @@ TransferResult pullFile(ParentLink& link, uint64_t taskId, const std::string& ud
         bytesDone += piece.length;
         result.transferred += piece.length;
         if (options.progress) options.progress(bytesDone, result.size);
+        if (!asked) wait = Wait::Closed;
     }
     ::close(fd);
     if (wait != Wait::Event) {
