@@ -41,13 +41,15 @@ void BASThreadPool::workerLoop(Worker* worker) {
             (*task)();
             delete task;
         }
-        hold.lock();
-        if (worker->stop) break;
+        // Into the idle list before taking our own lock: the scanner takes the
+        // list's lock first and a worker's second, and so does everyone.
         {
             std::lock_guard<std::mutex> idle(idleLock);
             idleWorkers.push_back(worker);
         }
         workerIdle.notify_one();
+        hold.lock();
+        if (worker->stop) break;
         // A task handed over between the push above and this wait must not
         // be lost: the scanner stores it under our lock, so test it here.
         worker->wake.wait(hold, [worker] { return worker->task != nullptr || worker->stop; });
