@@ -2,9 +2,9 @@
 // (1600, to the final event) beside `idevicebackup2 backup --full` of the
 // same device, in one run. Prints MB/s of both, their ratio (aim: at least
 // 1.0) and the worker's peak memory (aim: under 64 MB).
-#include "bench_files.h"
+#include "bench_measure.h"
 #include "bench_row.h"
-#include "sim_harness.h"
+#include "large_backup_device.h"
 #include "zeb_parent_backup.h"
 
 #include <unistd.h>
@@ -22,28 +22,18 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr char kUdid[] = "00008110-001A2B3C4D5E6B20";
+constexpr const char* kUdid = kLargeBackupUdid;
 
 
-double peakMegabytes(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return -1;
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const fs::path scratch = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "zeb-backup-bench";
-    fs::remove_all(scratch);
-    fs::create_directories(scratch);
-    e2e::Simulator sim({"--profile", e2e::profileDir("iphone13-ios17-backup2g")});
-    if (!sim.ready()) return fprintf(stderr, "simulator did not start\n"), 1;
-    e2e::Worker worker(sim);
-    if (!worker.connected() || !worker.waitForReady(kUdid, std::chrono::seconds(60)))
-        return fprintf(stderr, "device not ready\n"), 1;
+    LargeBackupDevice bench;
+    if (!bench.start(argc, argv, "zeb-backup-bench")) return 1;
+    const fs::path& scratch = bench.scratch;
+    e2e::Simulator& sim = *bench.sim;
+    e2e::Worker& worker = *bench.worker;
 
     auto start = Clock::now();
     const std::string stock = "USBMUXD_SOCKET_ADDRESS=UNIX:" + sim.socketPath() + " " IDEVICEBACKUP2 " -u " + kUdid +

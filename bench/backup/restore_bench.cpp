@@ -2,9 +2,9 @@
 // worker (1601, to the final event) beside `idevicebackup2 restore` of the
 // same backup folder onto the same device, in one run. Prints MB/s of both
 // and their ratio (aim: at least 1.0).
-#include "bench_files.h"
+#include "bench_measure.h"
 #include "bench_row.h"
-#include "sim_harness.h"
+#include "large_backup_device.h"
 #include "zeb_parent_restore.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr char kUdid[] = "00008110-001A2B3C4D5E6B20";
+constexpr const char* kUdid = kLargeBackupUdid;
 
 
 int stockTool(const e2e::Simulator& sim, const std::string& arguments) {
@@ -32,14 +32,11 @@ int stockTool(const e2e::Simulator& sim, const std::string& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const fs::path scratch = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "zeb-restore-bench";
-    fs::remove_all(scratch);
-    fs::create_directories(scratch);
-    e2e::Simulator sim({"--profile", e2e::profileDir("iphone13-ios17-backup2g")});
-    if (!sim.ready()) return fprintf(stderr, "simulator did not start\n"), 1;
-    e2e::Worker worker(sim);
-    if (!worker.connected() || !worker.waitForReady(kUdid, std::chrono::seconds(60)))
-        return fprintf(stderr, "device not ready\n"), 1;
+    LargeBackupDevice bench;
+    if (!bench.start(argc, argv, "zeb-restore-bench")) return 1;
+    const fs::path& scratch = bench.scratch;
+    e2e::Simulator& sim = *bench.sim;
+    e2e::Worker& worker = *bench.worker;
 
     fprintf(stderr, "making the backup to restore...\n");
     if (stockTool(sim, "backup --full " + scratch.string()) != 0) return fprintf(stderr, "idevicebackup2 backup failed\n"), 1;

@@ -3,6 +3,7 @@
 // mobilesync client reading the same records from the same simulator, in
 // one run. Prints both times, their ratio (aim: at most 1.2) and the
 // worker's peak memory (aim: under 100 MB).
+#include "bench_measure.h"
 #include "bench_row.h"
 #include "direct_mobilesync.h"
 #include "sim_harness.h"
@@ -75,18 +76,7 @@ double cpuSeconds(pid_t pid) {
 }
 
 // The worker's peak resident size so far, in MB.
-double peakMegabytes(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
-    return -1;
-}
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 }  // namespace
 

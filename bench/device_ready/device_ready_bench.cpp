@@ -3,6 +3,7 @@
 // values from the same simulator in the same run. The devices are paired
 // with this host first, so that neither side pays for pairing. Then
 // `zebrelo-ctl info` as a whole process beside `ideviceinfo` as one.
+#include "bench_measure.h"
 #include "bench_row.h"
 #include "sim_harness.h"
 
@@ -28,10 +29,6 @@ double ideviceinfoSeconds(const e2e::Simulator& sim, const std::vector<std::stri
     return secondsSince(start);
 }
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 // Medians of whole processes, alternating, each reading the same device.
 void wholeProcesses(const e2e::Simulator& sim, const std::string& udid) {

@@ -2,6 +2,7 @@
 // report) beside libimobiledevice's mobilesync client reading the same
 // class from the same simulator, in one run. Prints each pair's ratio (aim:
 // at most 1.2).
+#include "bench_measure.h"
 #include "bench_row.h"
 #include "direct_mobilesync.h"
 #include "sim_harness.h"
@@ -21,10 +22,6 @@ namespace {
 constexpr char kUdid[] = "00008110-001A2B3C4D5E6005";
 constexpr int kRounds = 3;
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 // Seconds from the command to its report; negative on failure. `items`
 // gets the number of listed elements (calendars, root trees, notes).

@@ -1,0 +1,36 @@
+// What the benchmarks measure beside their clocks: the bytes a folder
+// holds, a process's peak memory, and the median of repeated rounds.
+#pragma once
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+inline uint64_t folderBytes(const std::filesystem::path& folder) {
+    uint64_t total = 0;
+    std::error_code error;
+    for (std::filesystem::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        if (it->is_regular_file(error)) total += it->file_size(error);
+    return total;
+}
+
+// VmHWM of the process in MB; -1 when it cannot be read.
+inline double peakMegabytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
+    return -1;
+}
+
+inline double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
