@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "zeb_bplist_keys.h"
 #include "zeb_cf_object.h"
 #include "zeb_cf_plist.h"
 #include "zeb_exports.h"
@@ -15,6 +16,7 @@ namespace {
 CFPropertyListRef ParseBytes(CFDataRef data) {
     Data* d = AsData(data);
     if (!d || d->bytes.empty() || d->bytes.size() > UINT32_MAX) return nullptr;
+    if (!BinaryKeysHaveNoNul(d->bytes.data(), d->bytes.size())) return nullptr;
     plist_t root = nullptr;
     plist_from_memory(reinterpret_cast<const char*>(d->bytes.data()), static_cast<uint32_t>(d->bytes.size()),
                       &root);
