@@ -6,10 +6,13 @@
 #include <zlib.h>
 
 #include <cstring>
+#include <string_view>
 
 namespace zparent {
 
 namespace {
+
+constexpr size_t kLargestTail = size_t{1} << 30;
 
 template <typename T>
 void putLittleEndian(std::string& out, T value) {
@@ -24,7 +27,7 @@ std::string deflateText(const std::string& text) {
     return out;
 }
 
-bool inflateAll(const std::string& in, std::string& out) {
+bool inflateAll(std::string_view in, std::string& out) {
     z_stream stream{};
     if (inflateInit(&stream) != Z_OK) return false;
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
@@ -36,6 +39,9 @@ bool inflateAll(const std::string& in, std::string& out) {
         stream.avail_out = sizeof block;
         result = inflate(&stream, Z_NO_FLUSH);
         out.append(block, sizeof block - stream.avail_out);
+        // A few bytes can inflate to gigabytes; no tail of the worker's is
+        // near this size.
+        if (out.size() > kLargestTail) result = Z_MEM_ERROR;
     }
     inflateEnd(&stream);
     return result == Z_STREAM_END;
@@ -100,12 +106,18 @@ bool parseEvent(Frame frame, Event& event) {
     event.hasInfo = info != document.MemberEnd();
     if (event.hasInfo) event.info = toJson(info->value);
 
-    std::string rawTail = payload.substr(secondNul + 1);
-    if (event.type == 0 && !rawTail.empty()) {
-        event.tailBroken = !inflateAll(rawTail, event.tail);
+    if (event.type == 0) {
+        if (secondNul + 1 < payload.size()) {
+            std::string_view packed(payload.data() + secondNul + 1, payload.size() - secondNul - 1);
+            event.tailBroken = !inflateAll(packed, event.tail);
+        }
     } else {
-        event.tail = std::move(rawTail);
+        // A raw tail (a file piece) is most of the payload: it is taken over
+        // rather than copied.
+        event.tail = std::move(frame.payload);
+        event.tail.erase(0, secondNul + 1);
     }
+    frame.payload.clear();
     event.frame = std::move(frame);
     return true;
 }

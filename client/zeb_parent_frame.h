@@ -37,7 +37,8 @@ std::string encodeCommand(uint64_t taskId, uint32_t commandType, const std::stri
 std::string encodeFrame(const Frame& frame);
 
 // Parses the payload of a frame into an event; false when the payload is
-// not version, NUL, a JSON object, NUL.
+// not version, NUL, a JSON object, NUL. The event keeps the frame's header
+// fields; the payload itself is not kept, only its parts.
 bool parseEvent(Frame frame, Event& event);
 
 // One JSON line for a person or a script: the frame fields, the envelope,

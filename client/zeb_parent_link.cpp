@@ -10,7 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -18,18 +20,12 @@ namespace zparent {
 
 namespace {
 
-constexpr size_t kHeaderSize = 36;
-const char kHeart[8] = {0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16};
+constexpr size_t kReceiveBlock = 64 * 1024;
+constexpr size_t kLargestReceive = 4 * 1024 * 1024;
 
 int msUntil(std::chrono::steady_clock::time_point deadline) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     return left < 0 ? 0 : static_cast<int>(left);
-}
-
-uint64_t readLittleEndian(const char* bytes, size_t size) {
-    uint64_t value = 0;
-    for (size_t i = 0; i < size; ++i) value |= static_cast<uint64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
-    return value;
 }
 
 }  // namespace
@@ -138,32 +134,29 @@ bool ParentLink::fill(std::chrono::steady_clock::time_point deadline) {
     pollfd waiting{connection, POLLIN, 0};
     int ready = poll(&waiting, 1, msUntil(deadline));
     if (ready <= 0) return false;
-    char block[65536];
-    ssize_t got = recv(connection, block, sizeof block, 0);
+    // A large frame is received in one go where the socket has it.
+    const size_t want = std::min<size_t>(std::max<size_t>(reader.missing(), kReceiveBlock), kLargestReceive);
+    ssize_t got = recv(connection, reader.room(want), want, 0);
     if (got <= 0) {
         linkClosed = true;
         return false;
     }
-    buffer.append(block, static_cast<size_t>(got));
+    reader.commit(static_cast<size_t>(got));
     return true;
 }
 
 std::optional<Frame> ParentLink::nextFrame(std::chrono::milliseconds timeout) {
     auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
-        // The worker's keep-alive arrives between frames; it carries nothing.
-        while (buffer.size() >= sizeof kHeart && memcmp(buffer.data(), kHeart, sizeof kHeart) == 0) buffer.erase(0, sizeof kHeart);
-        if (buffer.size() >= kHeaderSize) {
-            uint64_t payloadLength = readLittleEndian(buffer.data() + 28, 8);
-            if (buffer.size() >= kHeaderSize + payloadLength) {
-                Frame frame;
-                frame.taskId = readLittleEndian(buffer.data() + 14, 8);
-                frame.commandType = static_cast<uint32_t>(readLittleEndian(buffer.data() + 22, 4));
-                frame.packetStatus = static_cast<uint16_t>(readLittleEndian(buffer.data() + 26, 2));
-                frame.payload = buffer.substr(kHeaderSize, payloadLength);
-                buffer.erase(0, kHeaderSize + payloadLength);
-                return frame;
-            }
+        Frame frame;
+        switch (reader.take(frame)) {
+            case FrameReader::Step::frame: return frame;
+            case FrameReader::Step::broken:
+                fprintf(stderr, "parent: the worker's link carries bytes that are not frames; closing it\n");
+                closeConnection();
+                linkClosed = true;
+                return std::nullopt;
+            case FrameReader::Step::needMore: break;
         }
         if (!fill(deadline)) return std::nullopt;
     }

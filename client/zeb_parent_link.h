@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zeb_parent_frame.h"
+#include "zeb_parent_frame_reader.h"
 
 #include <sys/types.h>
 
@@ -77,7 +78,7 @@ private:
     int listenPort = 0;
     int connection = -1;
     pid_t worker = -1;
-    std::string buffer;
+    FrameReader reader;
     bool linkClosed = false;
 };
 

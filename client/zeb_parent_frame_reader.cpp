@@ -1,0 +1,77 @@
+#include "zeb_parent_frame_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zparent {
+
+namespace {
+
+constexpr size_t kHeaderSize = 36;
+// The worker's own reader checks these eight bytes and no more; so does this one.
+const char kMark[8] = {'k', 'C', 'o', 'm', 'm', 'a', 'n', 'd'};
+const char kHeart[8] = {0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16};
+
+uint64_t readLittleEndian(const char* at, size_t size) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < size; ++i) value |= static_cast<uint64_t>(static_cast<unsigned char>(at[i])) << (8 * i);
+    return value;
+}
+
+}  // namespace
+
+char* FrameReader::room(size_t want) {
+    if (start == end) start = end = 0;
+    if (bytes.size() - end < want && start > 0) {
+        // Move the unread rest to the front before growing.
+        memmove(bytes.data(), bytes.data() + start, end - start);
+        end -= start;
+        start = 0;
+    }
+    if (bytes.size() - end < want) bytes.resize(std::max(end + want, bytes.size() * 2));
+    return bytes.data() + end;
+}
+
+void FrameReader::append(const char* data, size_t length) {
+    memcpy(room(length), data, length);
+    commit(length);
+}
+
+size_t FrameReader::missing() const {
+    size_t have = end - start;
+    if (have < kHeaderSize) return kHeaderSize - have;
+    uint64_t payload = readLittleEndian(bytes.data() + start + 28, 8);
+    if (payload > kMaxPayload) return 1;
+    return have < kHeaderSize + payload ? static_cast<size_t>(kHeaderSize + payload - have) : 1;
+}
+
+FrameReader::Step FrameReader::take(Frame& frame) {
+    if (isBroken) return Step::broken;
+    while (end - start >= sizeof kHeart && memcmp(bytes.data() + start, kHeart, sizeof kHeart) == 0)
+        start += sizeof kHeart;
+    const size_t have = end - start;
+    const char* at = bytes.data() + start;
+    // A partial mark is checked too: a stream that can't be the worker's
+    // ends now, not after a header's worth of bytes.
+    if (memcmp(at, kMark, std::min(have, sizeof kMark)) != 0) {
+        // A keep-alive may still be arriving.
+        if (have < sizeof kHeart && memcmp(at, kHeart, have) == 0) return Step::needMore;
+        isBroken = true;
+        return Step::broken;
+    }
+    if (have < kHeaderSize) return Step::needMore;
+    uint64_t payload = readLittleEndian(at + 28, 8);
+    if (payload > kMaxPayload) {
+        isBroken = true;
+        return Step::broken;
+    }
+    if (have < kHeaderSize + payload) return Step::needMore;
+    frame.taskId = readLittleEndian(at + 14, 8);
+    frame.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
+    frame.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));
+    frame.payload.assign(at + kHeaderSize, static_cast<size_t>(payload));
+    start += kHeaderSize + static_cast<size_t>(payload);
+    return Step::frame;
+}
+
+}  // namespace zparent
