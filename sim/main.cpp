@@ -6,6 +6,7 @@
 #include "core/profile.h"
 #include "core/socket_io.h"
 #include "core/usbmux_server.h"
+#include "zeb_version.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,6 +16,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <system_error>
 #include <thread>
@@ -50,6 +52,10 @@ void acceptLoop(int listenFd, Serve serve) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        printf("zebrelo-sim %s\n", ZEBRELO_VERSION);
+        return 0;
+    }
     zsim::Options options;
     std::string error;
     if (!zsim::parseOptions(argc, argv, options, error)) {

@@ -8,6 +8,7 @@
 #include "zctl_file_commands.h"
 #include "zctl_sync_data_commands.h"
 #include "zeb_parent_link.h"
+#include "zeb_version.h"
 
 #include <unistd.h>
 
@@ -26,7 +27,8 @@ std::atomic<bool> interrupted{false};
 
 void usage() {
     fprintf(stderr,
-            "usage: zebrelo-ctl [options] [watch]\n"
+            "usage: zebrelo-ctl --version\n"
+            "       zebrelo-ctl [options] [watch]\n"
             "       zebrelo-ctl [options] raw <command-number> '<json>' ['<tail-json>']\n"
             "       zebrelo-ctl [options] devices\n"
             "       zebrelo-ctl [options] info [UDID]\n"
@@ -224,6 +226,10 @@ int raw(zparent::ParentLink& link, const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        printf("zebrelo-ctl %s\n", ZEBRELO_VERSION);
+        return 0;
+    }
     Options options;
     if (!parseOptions(argc, argv, options)) {
         usage();

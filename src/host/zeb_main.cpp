@@ -5,6 +5,7 @@
 #include "zeb_quit.h"
 #include "zeb_settings.h"
 #include "zeb_startup.h"
+#include "zeb_version.h"
 
 #include <glog/logging.h>
 
@@ -12,11 +13,18 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 int main(int argc, char** argv) {
+    // The parent's arguments are positional and start with a port, so this
+    // can't be mistaken for one of them.
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        printf("zebrelo %s\n", ZEBRELO_VERSION);
+        return 0;
+    }
     std::vector<std::string> args(argv + 1, argv + argc);
     zeb::setSettings(zeb::parseSettings(args));
     const zeb::Settings& settings = zeb::settings();

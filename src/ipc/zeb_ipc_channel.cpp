@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <map>
+#include <memory>
 #include <vector>
 
 namespace bas {
@@ -21,26 +21,6 @@ namespace {
 // How many 4096-byte reads one wake-up may take from a busy socket before
 // the other sockets get their turn.
 constexpr int kReadsPerWakeup = 256;
-
-// One mutex per socket for sends, shared by every channel and never
-// destroyed, so a pointer to it stays good after the socket has gone.
-std::mutex& sendMutexFor(SocketRecord* socket) {
-    static std::mutex registryLock;
-    static std::map<SocketRecord*, std::mutex*> registry;
-    std::lock_guard<std::mutex> hold(registryLock);
-    auto& slot = registry[socket];
-    if (!slot) slot = new std::mutex;
-    return *slot;
-}
-
-SocketRecord* newRecord(int fd, int port, const char* host, int accepted) {
-    auto* record = new SocketRecord;
-    record->socket = fd;
-    record->port = port;
-    record->host = host ? strdup(host) : nullptr;
-    record->accepted = accepted;
-    return record;
-}
 
 // An event goes out as two sends (text, then tail); with Nagle's delay the
 // second would wait for the peer's delayed acknowledgement.
@@ -63,7 +43,25 @@ int32_t localSecondsNow() { return static_cast<int32_t>(time(nullptr)); }
 
 IPCChannel::IPCChannel() : receiveThread([this] { receiveLoop(); }) {}
 
-IPCChannel::~IPCChannel() { stopAndJoin(); }
+IPCChannel::~IPCChannel() {
+    stopAndJoin();
+    // Sockets are closed only now that no thread can be inside a call on
+    // them; stop() just shut them down.
+    std::lock_guard<std::mutex> hold(lock);
+    for (auto& record : records)
+        if (record->socket >= 0) ::close(record->socket);
+}
+
+SocketRecord* IPCChannel::makeRecord(int fd, int port, const char* host, int accepted) {
+    auto record = std::make_unique<SocketRecord>();
+    record->socket = fd;
+    record->port = port;
+    record->host = host ? strdup(host) : nullptr;
+    record->accepted = accepted;
+    std::lock_guard<std::mutex> hold(lock);
+    records.push_back(std::move(record));
+    return records.back().get();
+}
 
 void IPCChannel::stopAndJoin() {
     stop();
@@ -130,7 +128,7 @@ SocketRecord* IPCChannel::connect(int port) {
         return nullptr;
     }
     noDelay(fd);
-    SocketRecord* record = newRecord(fd, port, "127.0.0.1", 0);
+    SocketRecord* record = makeRecord(fd, port, "127.0.0.1", 0);
     addSocket(record);
     std::lock_guard<std::mutex> hold(threadsLock);
     helperThreads.emplace_back([this, record] { heartLoop(record); });
@@ -171,7 +169,7 @@ SocketRecord* IPCChannel::listen(int port) {
         ::close(fd);
         return nullptr;
     }
-    listenRecord = newRecord(fd, port, "127.0.0.1", 1);
+    listenRecord = makeRecord(fd, port, "127.0.0.1", 1);
     std::lock_guard<std::mutex> hold(threadsLock);
     helperThreads.emplace_back([this, listener = listenRecord] { acceptLoop(listener); });
     return listenRecord;
@@ -179,7 +177,7 @@ SocketRecord* IPCChannel::listen(int port) {
 
 bool IPCChannel::send(SocketRecord* socket, const void* data, size_t length) {
     socket->lastActivity.exchange(localSecondsNow());
-    std::lock_guard<std::mutex> hold(sendMutexFor(socket));
+    std::lock_guard<std::mutex> hold(socket->sendLock);
     // Blocking sockets take the whole buffer in one call; the loop only
     // covers an interrupted call.
     const char* bytes = static_cast<const char*>(data);
@@ -196,21 +194,17 @@ bool IPCChannel::send(SocketRecord* socket, const void* data, size_t length) {
 }
 
 void IPCChannel::closeAll() {
+    // The peers see the end at once; the descriptors stay open until the
+    // channel is destroyed, so no thread's poll or recv meets a reused one.
     std::lock_guard<std::mutex> hold(lock);
-    for (SocketRecord* record : sockets) {
-        ::shutdown(record->socket, SHUT_RDWR);
-        ::close(record->socket);
-    }
+    for (SocketRecord* record : sockets) ::shutdown(record->socket, SHUT_RDWR);
     sockets.clear();
 }
 
 void IPCChannel::stop() {
     if (stoppingFlag.exchange(true)) return;
     closeAll();
-    if (listenRecord) {
-        ::shutdown(listenRecord->socket, SHUT_RDWR);
-        ::close(listenRecord->socket);
-    }
+    if (listenRecord) ::shutdown(listenRecord->socket, SHUT_RDWR);
     socketsChanged.notify_all();
     heartWake.notify_all();
 }
@@ -301,7 +295,7 @@ void IPCChannel::acceptLoop(SocketRecord* listener) {
         // The socket stays blocking; the words of the log line are historic.
         report(kLogText, nullptr, 0, "Set ioctlsocket : FIONBIO ON");
         noDelay(fd);
-        SocketRecord* record = newRecord(fd, listener->port, nullptr, 1);
+        SocketRecord* record = makeRecord(fd, listener->port, nullptr, 1);
         addSocket(record);
         report(kAccepted, record, 0, {});
     }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -67,9 +68,11 @@ private:
     void heartLoop(SocketRecord* socket);
     void addSocket(SocketRecord* record);
     void removeSocket(SocketRecord* record);
+    SocketRecord* makeRecord(int fd, int port, const char* host, int accepted);
 
     ChannelEventCallback eventCallback = nullptr;
     std::set<SocketRecord*> sockets;
+    std::vector<std::unique_ptr<SocketRecord>> records;  // every record made, under `lock`
     SocketRecord* listenRecord = nullptr;
     std::condition_variable socketsChanged;
     std::mutex lock;

@@ -2,21 +2,31 @@
 #pragma once
 
 #include <atomic>
+#include <cstdlib>
+#include <mutex>
 #include <cstdint>
 #include <string>
 
 namespace bas {
 
-// Allocated once per socket and never freed while the process lives: other
-// threads may still hold the pointer after the socket left its channel.
+// One per socket, owned by the channel that made it and freed with that
+// channel, after its threads have ended: other threads may still hold the
+// pointer after the socket left the channel's set. The worker's channels
+// live as long as the process.
 struct SocketRecord {
     int socket = -1;
     int port = 0;              // port given to connect/listen; the listener's for accepted ones
-    const char* host = nullptr;  // "127.0.0.1" for connected/listening, null for accepted
+    const char* host = nullptr;  // "127.0.0.1" for connected/listening, null for accepted (owned)
     std::atomic<int32_t> lastActivity{0};  // local seconds of last traffic; heart thread swaps with 0
     int accepted = 0;          // 0 made by connect, 1 by accept (and the listener)
     std::atomic<int> closed{0};  // 1 once the closing has been delivered
     int inReadSet = 0;         // 1 once the receive thread watches it
+    std::mutex sendLock;       // one sender at a time, so frames never interleave
+
+    SocketRecord() = default;
+    SocketRecord(const SocketRecord&) = delete;
+    SocketRecord& operator=(const SocketRecord&) = delete;
+    ~SocketRecord() { free(const_cast<char*>(host)); }
 };
 
 enum ChannelEventType : int32_t {
