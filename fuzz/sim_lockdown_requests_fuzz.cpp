@@ -20,10 +20,11 @@ using namespace zsim;
 
 namespace {
 
-void noService(ServiceStream&, const ServiceContext&) {}
+void noFiles(ServiceStream&, const ServiceContext&) {}
+void noDiagnostics(ServiceStream&, const ServiceContext&) {}
 // StartService succeeds for these names, as for the services built in.
-ZSIM_REGISTER_SERVICE("com.apple.afc", noService);
-ZSIM_REGISTER_SERVICE("com.apple.mobile.diagnostics_relay", noService);
+ZSIM_REGISTER_SERVICE("com.apple.afc", noFiles);
+ZSIM_REGISTER_SERVICE("com.apple.mobile.diagnostics_relay", noDiagnostics);
 
 const char* const kTrust[] = {"trusted", "untrusted", "password"};
 

@@ -1,6 +1,7 @@
 #include "core/control_server.h"
 
 #include "core/device_hub.h"
+#include "core/fault_command.h"
 #include "core/profile.h"
 #include "core/socket_io.h"
 
@@ -92,6 +93,7 @@ std::string runControlCommand(const std::string& line, DeviceHub& hub) {
         device->stalled.store(args[2] == "on");
         return "ok";
     }
+    if (cmd == "fault") return runFaultCommand(args, device, hub);
     if (cmd == "refuse-service") {
         if (args.size() < 4 || (args[3] != "on" && args[3] != "off"))
             return "error: refuse-service needs a service name and on or off";

@@ -16,6 +16,9 @@ namespace {
 constexpr uint16_t kFirstServicePort = 49152;
 constexpr uint16_t kLastServicePort = 65000;
 constexpr uint16_t kLockdownPort = 62078;
+// Started services no host has connected to yet. A host that keeps starting
+// services without connecting would otherwise use up the port range.
+constexpr size_t kMaxUnclaimedPorts = 512;
 
 TrustMode parseTrust(const std::string& text) {
     if (text == "untrusted") return TrustMode::Untrusted;
@@ -128,6 +131,11 @@ uint16_t Device::openServicePort(const std::string& service) {
     std::function<void(uint16_t)> hook;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        if (openPorts_.size() >= kMaxUnclaimedPorts) {
+            // Ports go out in a cycle: the next open one is the oldest.
+            auto oldest = openPorts_.lower_bound(nextPort_);
+            openPorts_.erase(oldest != openPorts_.end() ? oldest : openPorts_.begin());
+        }
         do {
             port = nextPort_++;
             if (nextPort_ > kLastServicePort) nextPort_ = kFirstServicePort;

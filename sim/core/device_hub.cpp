@@ -3,6 +3,7 @@
 #include "core/usbmux_wire.h"
 
 #include <arpa/inet.h>
+#include <endian.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -10,6 +11,13 @@
 
 namespace zsim {
 namespace fs = std::filesystem;
+
+namespace {
+
+// One port per device on a simulated hub.
+uint32_t locationId(const Device& device) { return 0x14100000u + device.deviceId(); }
+
+}  // namespace
 
 DeviceHub::DeviceHub(fs::path stateRoot)
     : stateRoot_(std::move(stateRoot)), pairRecords_(stateRoot_ / "usbmuxd") {}
@@ -64,7 +72,7 @@ bool DeviceHub::attachLocked(const std::shared_ptr<Device>& device, std::string&
         // usbmuxd numbers every arrival anew, as a replugged phone gets a new id.
         device->setDeviceId(nextDeviceId_++);
         PlistPtr message = attachedRecord(*device);
-        broadcast(message.get());
+        broadcast(message.get(), binaryAttachedPacket(*device));
         return true;
     }
     error = "unknown device";
@@ -100,7 +108,13 @@ bool DeviceHub::detach(const std::string& udid) {
                 PlistPtr message = adopt(plist_new_dict());
                 plist_dict_set_item(message.get(), "MessageType", plist_new_string("Detached"));
                 plist_dict_set_item(message.get(), "DeviceID", plist_new_uint(gone->deviceId()));
-                broadcast(message.get());
+                std::string binary;
+                if (!gone->isNetwork()) {
+                    uint32_t id = htole32(gone->deviceId());
+                    binary = usbmuxPacket(UsbmuxProtocol::Binary, kUsbmuxDeviceRemove, 0,
+                                          std::string(reinterpret_cast<const char*>(&id), sizeof(id)));
+                }
+                broadcast(message.get(), binary);
                 break;
             }
         }
@@ -137,6 +151,12 @@ std::vector<DeviceHub::Entry> DeviceHub::allDevices() {
     return devices_;
 }
 
+std::string DeviceHub::binaryAttachedPacket(Device& device) {
+    if (device.isNetwork()) return {};
+    return usbmuxPacket(UsbmuxProtocol::Binary, kUsbmuxDeviceAdd, 0,
+                        usbmuxDeviceRecord(device.deviceId(), device.productId(), device.udid(), locationId(device)));
+}
+
 PlistPtr DeviceHub::attachedRecord(Device& device) {
     plist_t props = plist_new_dict();
     plist_dict_set_item(props, "DeviceID", plist_new_uint(device.deviceId()));
@@ -160,8 +180,7 @@ PlistPtr DeviceHub::attachedRecord(Device& device) {
         plist_dict_set_item(props, "ConnectionSpeed",
                             plist_new_uint(dictUInt(dictDict(device.profile(), "USB"), "ConnectionSpeed").value_or(480000000)));
         plist_dict_set_item(props, "ProductID", plist_new_uint(device.productId()));
-        // One port per device on a simulated hub.
-        plist_dict_set_item(props, "LocationID", plist_new_uint(0x14100000u + device.deviceId()));
+        plist_dict_set_item(props, "LocationID", plist_new_uint(locationId(device)));
         plist_dict_set_item(props, "USBSerialNumber", plist_new_string(device.udid().c_str()));
     }
     PlistPtr record = adopt(plist_new_dict());
@@ -171,17 +190,21 @@ PlistPtr DeviceHub::attachedRecord(Device& device) {
     return record;
 }
 
-void DeviceHub::addListener(int fd) {
+void DeviceHub::addListener(int fd, UsbmuxProtocol protocol) {
     // A listener that stops reading must not hold up everyone else.
     timeval timeout{2, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     std::lock_guard<std::mutex> lock(mutex_);
     for (auto& e : devices_) {
         if (!e.attached) continue;
-        PlistPtr record = attachedRecord(*e.device);
-        sendUsbmuxPlist(fd, 0, record.get());
+        if (protocol == UsbmuxProtocol::Plist) {
+            PlistPtr record = attachedRecord(*e.device);
+            sendUsbmuxPlist(fd, 0, record.get());
+        } else if (std::string packet = binaryAttachedPacket(*e.device); !packet.empty()) {
+            sendUsbmuxPacket(fd, packet);
+        }
     }
-    listeners_.insert(fd);
+    listeners_[fd] = protocol;
 }
 
 void DeviceHub::removeListener(int fd) {
@@ -194,15 +217,19 @@ void DeviceHub::notifyPaired(uint32_t deviceId) {
     PlistPtr message = adopt(plist_new_dict());
     plist_dict_set_item(message.get(), "MessageType", plist_new_string("Paired"));
     plist_dict_set_item(message.get(), "DeviceID", plist_new_uint(deviceId));
-    broadcast(message.get());
+    // The binary protocol has no word for it.
+    broadcast(message.get(), {});
 }
 
-void DeviceHub::broadcast(plist_t message) {
+void DeviceHub::broadcast(plist_t message, const std::string& binaryPacket) {
+    const std::string plistPacket = usbmuxPlistPacket(0, message);
     for (auto it = listeners_.begin(); it != listeners_.end();) {
-        if (sendUsbmuxPlist(*it, 0, message)) {
+        const auto& [fd, protocol] = *it;
+        const std::string& packet = protocol == UsbmuxProtocol::Plist ? plistPacket : binaryPacket;
+        if (packet.empty() || sendUsbmuxPacket(fd, packet)) {
             ++it;
         } else {
-            shutdown(*it, SHUT_RDWR);  // its thread sees the end and cleans up
+            shutdown(fd, SHUT_RDWR);  // its thread sees the end and cleans up
             it = listeners_.erase(it);
         }
     }

@@ -6,6 +6,7 @@
 #include "core/network_endpoint.h"
 #include "core/pair_records.h"
 #include "core/profile.h"
+#include "core/usbmux_wire.h"
 
 #include <filesystem>
 #include <map>
@@ -38,23 +39,28 @@ public:
     std::vector<Entry> allDevices();
 
     // A usbmuxd client that sent Listen: it gets an Attached message for each
-    // present device now, and every change afterwards.
-    void addListener(int fd);
+    // present device now, and every change afterwards, in its own protocol.
+    void addListener(int fd, UsbmuxProtocol protocol);
     void removeListener(int fd);
     void notifyPaired(uint32_t deviceId);
 
     PlistPtr attachedRecord(Device& device);
+    // The binary protocol's DEVICE_ADD packet; empty for a network device,
+    // which that protocol has no way to describe.
+    std::string binaryAttachedPacket(Device& device);
     PairRecordStore& pairRecords() { return pairRecords_; }
 
 private:
-    void broadcast(plist_t message);  // caller holds mutex_
+    // `binaryPacket` empty: the message has no binary form and binary
+    // listeners are not told. Caller holds mutex_.
+    void broadcast(plist_t message, const std::string& binaryPacket);
     bool attachLocked(const std::shared_ptr<Device>& device, std::string& error);
 
     std::filesystem::path stateRoot_;
     PairRecordStore pairRecords_;
     std::mutex mutex_;
     std::vector<Entry> devices_;
-    std::set<int> listeners_;
+    std::map<int, UsbmuxProtocol> listeners_;
     std::map<std::string, std::shared_ptr<NetworkEndpoint>> endpoints_;
     uint32_t nextDeviceId_ = 1;
 };

@@ -81,11 +81,7 @@ plist_t Device::domainValues(const std::string& domain) {
 std::string Device::deviceName() {
     std::string error;
     PlistPtr v = getValue("", "DeviceName", true, error);
-    char* s = nullptr;
-    if (v && plist_get_node_type(v.get()) == PLIST_STRING) plist_get_string_val(v.get(), &s);
-    std::string name = s ? s : "";
-    free(s);
-    return name;
+    return stringValue(v.get()).value_or("");
 }
 
 PlistPtr Device::getValue(const std::string& domain, const std::string& key, bool inSession, std::string& error) {

@@ -9,15 +9,17 @@
 
 namespace zsim {
 
+std::optional<std::string> stringValue(plist_t node) {
+    if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
+    uint64_t length = 0;
+    const char* text = plist_get_string_ptr(node, &length);
+    if (!text) return std::string();
+    return std::string(text, strnlen(text, length));
+}
+
 std::optional<std::string> dictString(plist_t dict, const char* key) {
     if (!dict || plist_get_node_type(dict) != PLIST_DICT) return std::nullopt;
-    plist_t n = plist_dict_get_item(dict, key);
-    if (!n || plist_get_node_type(n) != PLIST_STRING) return std::nullopt;
-    char* s = nullptr;
-    plist_get_string_val(n, &s);
-    std::string out = s ? s : "";
-    free(s);
-    return out;
+    return stringValue(plist_dict_get_item(dict, key));
 }
 
 std::optional<uint64_t> dictUInt(plist_t dict, const char* key) {

@@ -19,6 +19,11 @@ using PlistPtr = std::unique_ptr<void, PlistDeleter>;
 
 inline PlistPtr adopt(plist_t p) { return PlistPtr(p); }
 
+// The text of a string node up to its first NUL, as a device reads it;
+// nullopt for other nodes. (libplist's own getter aborts the process on a
+// string with a NUL inside, which any host can send.)
+std::optional<std::string> stringValue(plist_t node);
+
 // Typed reads of a dictionary entry; nullopt when absent or of another type.
 std::optional<std::string> dictString(plist_t dict, const char* key);
 std::optional<uint64_t> dictUInt(plist_t dict, const char* key);

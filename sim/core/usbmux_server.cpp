@@ -3,9 +3,9 @@
 #include "core/device_hub.h"
 #include "core/device_port.h"
 #include "core/socket_io.h"
+#include "core/usbmux_request.h"
 #include "core/usbmux_wire.h"
 
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -23,44 +23,52 @@ public:
         UsbmuxHeader header;
         std::string body;
         while (readUsbmuxMessage(fd_, header, body)) {
-            if (header.version != 1 || header.message != kUsbmuxPlist) {
-                // Only the property-list protocol is spoken; the host then knows to use it.
-                if (!reply(header.tag, kResultBadVersion)) return;
-                continue;
-            }
-            PlistPtr request = parsePlist(body.data(), body.size());
-            std::string type = dictString(request.get(), "MessageType").value_or("");
-            if (type == "ListDevices") {
-                if (!listDevices(header.tag)) return;
-            } else if (type == "Listen") {
+            UsbmuxRequest request = parseUsbmuxRequest(header, body.data(), body.size());
+            if (request.plist) protocol_ = UsbmuxProtocol::Plist;
+            using Kind = UsbmuxRequest::Kind;
+            switch (request.kind) {
+            case Kind::Listen:
                 listen(header.tag);
                 return;
-            } else if (type == "Connect") {
-                connect(header.tag, request.get());
+            case Kind::Connect:
+                connect(header.tag, request);
                 return;
-            } else if (type == "ReadBUID") {
+            case Kind::Invalid:
+                if (!reply(header.tag, request.result)) return;
+                break;
+            case Kind::ListDevices:
+                if (!listDevices(header.tag)) return;
+                break;
+            case Kind::ReadBuid: {
                 PlistPtr a = adopt(plist_new_dict());
                 plist_dict_set_item(a.get(), "BUID", plist_new_string(hub_.pairRecords().systemBuid().c_str()));
                 if (!sendUsbmuxPlist(fd_, header.tag, a.get())) return;
-            } else if (type == "ReadPairRecord") {
-                if (!readPairRecord(header.tag, request.get())) return;
-            } else if (type == "SavePairRecord") {
-                if (!savePairRecord(header.tag, request.get())) return;
-            } else if (type == "DeletePairRecord") {
-                std::string udid = dictString(request.get(), "PairRecordID").value_or("");
-                if (!reply(header.tag, hub_.pairRecords().remove(udid) ? kResultOk : kResultBadDevice)) return;
-            } else if (type == "ListListeners") {
+                break;
+            }
+            case Kind::ReadPairRecord:
+                if (!readPairRecord(header.tag, request)) return;
+                break;
+            case Kind::SavePairRecord:
+                if (!savePairRecord(header.tag, request)) return;
+                break;
+            case Kind::DeletePairRecord:
+                if (!reply(header.tag, hub_.pairRecords().remove(request.recordId) ? kResultOk : kResultBadDevice))
+                    return;
+                break;
+            case Kind::ListListeners: {
                 PlistPtr a = adopt(plist_new_dict());
                 plist_dict_set_item(a.get(), "ListenerList", plist_new_array());
                 if (!sendUsbmuxPlist(fd_, header.tag, a.get())) return;
-            } else {
-                if (!reply(header.tag, kResultBadCommand)) return;
+                break;
+            }
             }
         }
     }
 
 private:
-    bool reply(uint32_t tag, uint64_t code) { return sendUsbmuxPlist(fd_, tag, usbmuxResult(code).get()); }
+    bool reply(uint32_t tag, uint64_t code) {
+        return sendUsbmuxPacket(fd_, usbmuxResultPacket(protocol_, tag, code));
+    }
 
     bool listDevices(uint32_t tag) {
         PlistPtr a = adopt(plist_new_dict());
@@ -72,7 +80,7 @@ private:
 
     void listen(uint32_t tag) {
         if (!reply(tag, kResultOk)) return;
-        hub_.addListener(fd_);
+        hub_.addListener(fd_, protocol_);
         // Nothing more comes from a listener; its leaving ends the subscription.
         char scratch[256];
         while (read(fd_, scratch, sizeof(scratch)) > 0) {
@@ -80,18 +88,15 @@ private:
         hub_.removeListener(fd_);
     }
 
-    void connect(uint32_t tag, plist_t request) {
-        uint32_t deviceId = static_cast<uint32_t>(dictUInt(request, "DeviceID").value_or(0));
-        // The port arrives in network byte order inside the integer.
-        uint16_t port = ntohs(static_cast<uint16_t>(dictUInt(request, "PortNumber").value_or(0)));
-        std::shared_ptr<Device> device = hub_.attachedById(deviceId);
+    void connect(uint32_t tag, const UsbmuxRequest& request) {
+        std::shared_ptr<Device> device = hub_.attachedById(request.deviceId);
         if (!device) {
             reply(tag, kResultBadDevice);
             return;
         }
         std::optional<std::string> service;
-        if (port != kLockdownPort) {
-            service = device->takeServicePort(port);
+        if (request.port != kLockdownPort) {
+            service = device->takeServicePort(request.port);
             if (!service) {
                 reply(tag, kResultConnectionRefused);
                 return;
@@ -100,24 +105,23 @@ private:
         if (reply(tag, kResultOk)) serveDeviceConnection(fd_, *device, service.value_or(""));
     }
 
-    bool readPairRecord(uint32_t tag, plist_t request) {
-        std::string udid = dictString(request, "PairRecordID").value_or("");
-        auto data = hub_.pairRecords().read(udid);
+    bool readPairRecord(uint32_t tag, const UsbmuxRequest& request) {
+        auto data = hub_.pairRecords().read(request.recordId);
         if (!data) return reply(tag, kResultBadDevice);
         PlistPtr a = adopt(plist_new_dict());
         plist_dict_set_item(a.get(), "PairRecordData", plist_new_data(data->data(), data->size()));
         return sendUsbmuxPlist(fd_, tag, a.get());
     }
 
-    bool savePairRecord(uint32_t tag, plist_t request) {
-        std::string udid = dictString(request, "PairRecordID").value_or("");
-        auto data = dictData(request, "PairRecordData");
+    bool savePairRecord(uint32_t tag, const UsbmuxRequest& request) {
+        const std::string& udid = request.recordId;
+        const auto& data = request.recordData;
         if (!data || !hub_.pairRecords().save(udid, std::string(data->begin(), data->end())))
             return reply(tag, kResultBadCommand);
         if (!reply(tag, kResultOk)) return false;
         // usbmuxd tells its listeners once a host has stored a record for an attached device.
-        if (auto id = dictUInt(request, "DeviceID")) {
-            if (auto device = hub_.attachedById(static_cast<uint32_t>(*id)); device && device->udid() == udid)
+        if (request.hasDeviceId) {
+            if (auto device = hub_.attachedById(request.deviceId); device && device->udid() == udid)
                 hub_.notifyPaired(device->deviceId());
         }
         return true;
@@ -125,6 +129,7 @@ private:
 
     int fd_;
     DeviceHub& hub_;
+    UsbmuxProtocol protocol_ = UsbmuxProtocol::Binary;
 };
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Operations on files the host opened: the data path of the service.
 #include "afc_session.h"
 
+#include "core/fault_points.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -94,6 +96,21 @@ bool Session::opRead() {
     const int fd = fileFd(handle);
     if (fd < 0) return sendStatus(kInvalidArg);
 
+    // File data passes the afc-read fault point on its way out (header
+    // bytes go with the first of it): an armed fault fires with exactly the
+    // bytes it let through sent.
+    auto sendData = [this](const unsigned char* from, size_t headerBytes, size_t fileBytes) {
+        while (fileBytes > 0) {
+            const size_t part = static_cast<size_t>(passFaultPoint(ctx_.udid, "afc-read", fileBytes));
+            if (!waitWhileStalled()) return false;
+            if (!stream_.writeAll(from, headerBytes + part)) return false;
+            from += headerBytes + part;
+            headerBytes = 0;
+            fileBytes -= part;
+        }
+        return headerBytes == 0 || stream_.writeAll(from, headerBytes);
+    };
+
     struct stat st {};
     const off_t pos = ::lseek(fd, 0, SEEK_CUR);
     const bool sized = pos >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
@@ -103,7 +120,9 @@ bool Session::opRead() {
         unsigned char* data = answerSpace(want);
         ssize_t got = readFull(fd, data, want);
         if (got < 0) return sendStatus(statusFromErrno(errno));
-        return sendBuilt(static_cast<size_t>(got));
+        Header answer{kHeaderSize + static_cast<uint64_t>(got), kHeaderSize, request_.packetNum, kOpData};
+        encodeHeader(buffer_.data(), answer);
+        return sendData(buffer_.data(), kHeaderSize, static_cast<size_t>(got));
     }
 
     if ((::fcntl(fd, F_GETFL) & O_ACCMODE) == O_WRONLY) return sendStatus(kInvalidArg);
@@ -120,7 +139,7 @@ bool Session::opRead() {
         // The file shrank under us: the promised length still has to be
         // delivered, so the rest reads as zeros.
         if (static_cast<size_t>(got) < want) std::memset(data + got, 0, want - static_cast<size_t>(got));
-        if (!stream_.writeAll(data - pending, want + pending)) return false;
+        if (!sendData(data - pending, pending, want)) return false;
         pending = 0;
         left -= want;
     }
@@ -142,7 +161,14 @@ bool Session::opWrite() {
         const size_t n = static_cast<size_t>(std::min<uint64_t>(payloadLeft_, room));
         if (!stream_.readExact(data, n)) return false;
         payloadLeft_ -= n;
-        if (error == 0) writeCounted(fd, data, n, error);
+        // File data passes the afc-write fault point: an armed fault fires
+        // with exactly the bytes it let through in the file.
+        for (size_t done = 0; error == 0 && done < n;) {
+            const size_t part = static_cast<size_t>(passFaultPoint(ctx_.udid, "afc-write", n - done));
+            if (!waitWhileStalled()) return false;
+            writeCounted(fd, data + done, part, error);
+            done += part;
+        }
     }
     if (fd < 0) return sendStatus(kInvalidArg);
     return sendStatus(statusFromErrno(error));

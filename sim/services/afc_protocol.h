@@ -58,6 +58,18 @@ enum Status : uint64_t {
     kIoError = 20,
 };
 
+// Requests whose data names a path. A device reads their fixed data and
+// payload as one run of request data, and a path as running to its NUL or
+// to the end of that data.
+inline bool carriesPath(uint64_t op) {
+    switch (op) {
+    case kOpReadDir: case kOpTruncatePath: case kOpRemovePath: case kOpMakeDir: case kOpFileInfo:
+    case kOpFileOpen: case kOpRenamePath: case kOpMakeLink: case kOpSetFileTime: case kOpRemovePathAndContents:
+        return true;
+    default: return false;
+    }
+}
+
 struct Header {
     uint64_t entireLength = 0;  // header + fixed data + payload
     uint64_t thisLength = 0;    // header + fixed data

@@ -1,5 +1,7 @@
 #include "afc_session.h"
 
+#include "core/fault_points.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +9,18 @@
 #include <thread>
 
 namespace zsim::afc {
+namespace {
+
+// Requests that are fault points of their own (core/fault_points.h).
+const char* requestFaultPoint(uint64_t op) {
+    switch (op) {
+    case kOpFileOpen: return "afc-open";
+    case kOpDeviceInfo: return "afc-device-info";
+    default: return nullptr;
+    }
+}
+
+}  // namespace
 
 Session::Session(ServiceStream& stream, const ServiceContext& ctx, const std::string& root,
                  MediaPartition* partition)
@@ -22,6 +36,8 @@ void Session::run() {
     if (!paths_.valid()) return;  // no tree to serve: the host sees the pipe close
     while (!(ctx_.closing && ctx_.closing->load())) {
         if (!readRequest()) return;
+        // A fault that fires here stalls the request or ends the connection unanswered.
+        if (const char* point = requestFaultPoint(request_.operation)) passFaultPoint(ctx_.udid, point, 1);
         if (!waitWhileStalled()) return;
         if (!dispatch()) return;
     }
@@ -57,7 +73,19 @@ bool Session::drainPayload() {
     return true;
 }
 
+// Some hosts send a path as payload after a bare header; it joins the fixed
+// data. A payload too large for a request's data is left to be dropped.
+bool Session::absorbPayload() {
+    if (payloadLeft_ == 0 || fixed_.size() + payloadLeft_ > kMaxFixedData) return true;
+    const size_t at = fixed_.size();
+    fixed_.resize(at + static_cast<size_t>(payloadLeft_));
+    if (!stream_.readExact(fixed_.data() + at, static_cast<size_t>(payloadLeft_))) return false;
+    payloadLeft_ = 0;
+    return true;
+}
+
 bool Session::dispatch() {
+    if (carriesPath(request_.operation) && !absorbPayload()) return false;
     bool ok = true;
     switch (request_.operation) {
     case kOpReadDir: ok = opReadDir(); break;
@@ -129,12 +157,13 @@ bool Session::fixedU64(size_t index, uint64_t& value) const {
 }
 
 bool Session::fixedString(size_t offset, std::string_view& out, size_t* next) const {
+    // No byte left at all is a missing string, not an empty one.
     if (offset >= fixed_.size()) return false;
     const auto* begin = fixed_.data() + offset;
-    const auto* end = std::find(begin, fixed_.data() + fixed_.size(), 0);
-    if (end == fixed_.data() + fixed_.size()) return false;  // not terminated
+    const auto* dataEnd = fixed_.data() + fixed_.size();
+    const auto* end = std::find(begin, dataEnd, 0);
     out = std::string_view(reinterpret_cast<const char*>(begin), static_cast<size_t>(end - begin));
-    if (next) *next = static_cast<size_t>(end - fixed_.data()) + 1;
+    if (next) *next = static_cast<size_t>(end - fixed_.data()) + (end == dataEnd ? 0 : 1);
     return true;
 }
 

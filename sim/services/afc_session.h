@@ -53,6 +53,7 @@ private:
     bool readRequest();
     bool waitWhileStalled() const;
     bool dispatch();
+    bool absorbPayload();
     bool drainPayload();
     unsigned char* answerSpace(size_t dataBytes);
 
@@ -61,7 +62,8 @@ private:
     bool sendU64(uint64_t op, uint64_t value);
     bool sendBuilt(size_t dataBytes);  // op kOpData with answerSpace()'s bytes
 
-    // Fixed-data readers; false when the host's data is too short.
+    // Fixed-data readers; false when the host's data is too short. A string
+    // ends at its NUL or at the end of the data (then `next` is that end).
     bool fixedU64(size_t index, uint64_t& value) const;
     bool fixedString(size_t offset, std::string_view& out, size_t* next = nullptr) const;
     int fileFd(uint64_t handle) const;

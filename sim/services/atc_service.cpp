@@ -13,6 +13,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -89,11 +90,10 @@ private:
     static std::string commandOf(plist_t message) {
         plist_t c = plist_dict_get_item(message, "Command");
         if (!c || plist_get_node_type(c) != PLIST_STRING) return {};
-        char* text = nullptr;
-        plist_get_string_val(c, &text);
-        std::string out = text ? text : "";
-        free(text);
-        return out;
+        // Up to a NUL inside: libplist's copying getter aborts on one.
+        uint64_t length = 0;
+        const char* text = plist_get_string_ptr(c, &length);
+        return text ? std::string(text, strnlen(text, length)) : std::string();
     }
 
     bool closing() const { return ctx_.closing && ctx_.closing->load(); }

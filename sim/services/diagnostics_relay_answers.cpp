@@ -7,14 +7,18 @@
 namespace zsim::diagnostics {
 namespace {
 
+// Up to a NUL inside, as a device reads it: libplist's copying getter
+// aborts on one, and a host can send one.
+std::string stringOf(plist_t node) {
+    if (!node || plist_get_node_type(node) != PLIST_STRING) return {};
+    uint64_t length = 0;
+    const char* text = plist_get_string_ptr(node, &length);
+    return text ? std::string(text, strnlen(text, length)) : std::string();
+}
+
 std::string stringItem(plist_t dict, const char* key) {
     plist_t node = dict && plist_get_node_type(dict) == PLIST_DICT ? plist_dict_get_item(dict, key) : nullptr;
-    if (!node || plist_get_node_type(node) != PLIST_STRING) return {};
-    char* s = nullptr;
-    plist_get_string_val(node, &s);
-    std::string out = s ? s : "";
-    free(s);
-    return out;
+    return stringOf(node);
 }
 
 plist_t dictItem(plist_t dict, const char* key) {
@@ -134,9 +138,8 @@ plist_t mobileGestalt(plist_t request, plist_t profile) {
     for (uint32_t i = 0; i < plist_array_get_size(keys); ++i) {
         plist_t k = plist_array_get_item(keys, i);
         if (plist_get_node_type(k) != PLIST_STRING) continue;
-        char* name = nullptr;
-        plist_get_string_val(k, &name);
-        if (!name) continue;
+        const std::string key = stringOf(k);
+        const char* name = key.c_str();
         plist_t v = gestalt ? plist_dict_get_item(gestalt, name) : nullptr;
         if (!v && values) v = plist_dict_get_item(values, name);
         if (!v && std::strcmp(name, "PasswordConfigured") == 0)
@@ -144,7 +147,6 @@ plist_t mobileGestalt(plist_t request, plist_t profile) {
         else if (v)
             v = plist_copy(v);
         if (v) plist_dict_set_item(d, name, v);
-        free(name);
     }
     plist_dict_set_item(d, "Status", plist_new_string("Success"));
     return success("MobileGestalt", d);

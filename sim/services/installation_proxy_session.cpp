@@ -37,12 +37,9 @@ PlistPtr selectAttributes(plist_t app, plist_t wanted) {
     PlistPtr out = adopt(plist_new_dict());
     if (isStringArray(wanted)) {
         for (uint32_t i = 0; i < plist_array_get_size(wanted); ++i) {
-            char* key = nullptr;
-            plist_get_string_val(plist_array_get_item(wanted, i), &key);
-            if (key) {
-                if (plist_t value = plist_dict_get_item(app, key)) plist_dict_set_item(out.get(), key, plist_copy(value));
-                free(key);
-            }
+            std::string key = stringValue(plist_array_get_item(wanted, i)).value_or("");
+            if (plist_t value = plist_dict_get_item(app, key.c_str()))
+                plist_dict_set_item(out.get(), key.c_str(), plist_copy(value));
         }
         return out;
     }
@@ -179,10 +176,7 @@ bool Session::lookup(plist_t options) {
     std::vector<std::string> only;
     if (isStringArray(ids)) {
         for (uint32_t i = 0; i < plist_array_get_size(ids); ++i) {
-            char* id = nullptr;
-            plist_get_string_val(plist_array_get_item(ids, i), &id);
-            if (id) only.push_back(id);
-            free(id);
+            only.push_back(stringValue(plist_array_get_item(ids, i)).value_or(""));
         }
     }
     PlistPtr result = adopt(plist_new_dict());

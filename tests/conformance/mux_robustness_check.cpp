@@ -125,8 +125,8 @@ int main(int argc, char** argv) {
     int fd = connectMux();
     sendRaw(fd, muxMessage(request("NoSuchMessage"), 7));
     if (readResult(fd, 7) != 1) fail("unknown message type should be a bad command");
-    sendRaw(fd, header(16, 0, 3, 8));  // the old binary Listen
-    if (readResult(fd, 8) != 6) fail("binary protocol should be a bad version");
+    sendRaw(fd, header(16, 2, 3, 8));  // a protocol version after 0 and 1
+    if (readResult(fd, 8) != 6) fail("an unknown protocol version should be a bad version");
     plist_t missing = request("ReadPairRecord");
     plist_dict_set_item(missing, "PairRecordID", plist_new_string("0000000000000000000000000000000000000000"));
     sendRaw(fd, muxMessage(missing, 9));

@@ -228,8 +228,8 @@ TEST_F(AfcWire, FailedWritesAndUnknownRequestsKeepTheStreamInStep) {
     EXPECT_EQ(afc.status(afc::kOpFileOpen, u64s({1})), afc::kInvalidArg);  // path missing
     EXPECT_EQ(afc.status(afc::kOpFileOpen, u64s({9, 0})), afc::kInvalidArg);
     EXPECT_EQ(afc.status(afc::kOpSeek, u64s({h, 7, 0})), afc::kInvalidArg);
-    Bytes unterminated = {'a', 'b'};
-    EXPECT_EQ(afc.status(afc::kOpFileInfo, unterminated), afc::kInvalidArg);
+    Bytes unterminated = {'a', 'b'};  // a path without its NUL is taken whole
+    EXPECT_EQ(afc.status(afc::kOpFileInfo, unterminated), afc::kObjectNotFound);
     EXPECT_EQ(fs::file_size(media / "DCIM" / "100APPLE" / "IMG_0001.JPG"), 10u);
     EXPECT_EQ(afc.strings(afc::kOpReadDir, "/").size(), 3u);  // ".", "..", "DCIM"
 }

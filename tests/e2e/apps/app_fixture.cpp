@@ -37,7 +37,7 @@ std::string shellRun(const std::string& command) {
 void AppCommands::start(const std::string& profileFolder, const std::string& expectedUdid) {
     sim = std::make_unique<e2e::Simulator>(std::vector<std::string>{"--profile", profileFolder});
     ASSERT_TRUE(sim->ready());
-    worker = std::make_unique<e2e::Worker>(*sim);
+    worker = std::make_unique<e2e::Worker>(*sim, 0, workerEnvironment);
     ASSERT_TRUE(worker->connected());
     auto ready = worker->waitForReady(expectedUdid);
     ASSERT_TRUE(ready.has_value()) << "the device never became ready";

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ protected:
 
     std::unique_ptr<e2e::Simulator> sim;
     std::unique_ptr<e2e::Worker> worker;
+    // Set before start: the worker's extra environment.
+    std::map<std::string, std::string> workerEnvironment;
     std::string udid;
 };
 

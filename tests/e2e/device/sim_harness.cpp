@@ -96,13 +96,14 @@ std::vector<std::string> Simulator::udids() {
     return found;
 }
 
-Worker::Worker(const Simulator& sim, int runMode) {
+Worker::Worker(const Simulator& sim, int runMode, const std::map<std::string, std::string>& environment) {
     char pattern[] = "/tmp/zeb-e2e-worker-XXXXXX";
     temp = mkdtemp(pattern);
     zparent::WorkerOptions options;
     options.program = ZEBRELO_WORKER;
     options.runMode = runMode;
     options.taskId = 4242;
+    options.environment = environment;
     options.environment["USBMUXD_SOCKET_ADDRESS"] = "UNIX:" + sim.socketPath();
     options.environment["TMPDIR"] = temp;
     options.outputFile = temp + "/worker.out";

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,7 +41,8 @@ private:
 // The worker as a parent starts it, pointed at the simulator.
 class Worker {
 public:
-    explicit Worker(const Simulator& sim, int runMode = 0);
+    // `environment`: variables set for the worker beside the simulator's socket.
+    explicit Worker(const Simulator& sim, int runMode = 0, const std::map<std::string, std::string>& environment = {});
     ~Worker();
     bool connected() const { return up; }
     zparent::ParentLink link;

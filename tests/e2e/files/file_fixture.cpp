@@ -9,7 +9,7 @@ using zparent::Event;
 void FileCommands::SetUp() {
     sim = std::make_unique<e2e::Simulator>();
     ASSERT_TRUE(sim->ready());
-    worker = std::make_unique<e2e::Worker>(*sim);
+    worker = std::make_unique<e2e::Worker>(*sim, 0, workerEnvironment);
     ASSERT_TRUE(worker->connected());
     auto ready = worker->waitFor([](const Event& e) { return e.frame.commandType == 1; });
     ASSERT_TRUE(ready);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -26,6 +27,8 @@ protected:
 
     std::unique_ptr<e2e::Simulator> sim;
     std::unique_ptr<e2e::Worker> worker;
+    // Set before SetUp: the worker's extra environment.
+    std::map<std::string, std::string> workerEnvironment;
     std::string udid;
     std::filesystem::path localDir;
     uint64_t nextTask = 1000;

@@ -28,11 +28,15 @@ bool AfcPieceStore::setFileSize(FileStoreRef file, uint64_t size) {
 bool AfcPieceStore::seek(FileStoreRef file, int64_t offset) { return zeb::AfcSeek(afc(), file, offset, 0) == 0; }
 
 uint32_t AfcPieceStore::read(FileStoreRef file, void* buffer, uint32_t length) {
-    // AFC may hand back less than asked; a piece is read whole.
+    // AFC may hand back less than asked; a piece is read whole. A link that
+    // fails in the middle of a read hands back what came before as if the
+    // file ended there, and only the next read tells the two apart: a piece
+    // cut short by a failure is no piece at all.
     uint32_t total = 0;
     auto* bytes = static_cast<unsigned char*>(buffer);
     while (total < length) {
-        uint32_t got = zeb::AfcRead(afc(), file, bytes + total, length - total);
+        uint32_t got = length - total;
+        if (api().AFCFileRefRead(afc(), file, bytes + total, &got) != 0) return 0;
         if (got == 0) break;
         total += got;
     }

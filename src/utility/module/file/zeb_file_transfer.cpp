@@ -1,6 +1,7 @@
 #include "zeb_file_transfer.h"
 
 #include "zeb_afc_piece_store.h"
+#include "zeb_thread_pool.h"
 
 namespace zeb {
 
@@ -12,9 +13,15 @@ FileTransfer& transferOf(DhTask& task) {
 void releaseTransfer(void* task) {
     auto* owner = static_cast<DhTask*>(task);
     if (!owner || !owner->owned) return;
-    FileTransfer& transfer = *static_cast<FileTransfer*>(owner->owned.get());
-    transfer.filePacket.reset();
-    transfer.connection.reset();
+    // Called under the task table's lock. The last share of a transfer
+    // closes its files and may end the device's session, which waits for a
+    // silent device's time-out: that happens on the pool, so that the
+    // cancel answers at once and the device's other commands go on.
+    auto dropped = std::make_shared<FileTransfer>(takeTransfer(*owner));
+    BASThreadPool::instance()->addTask([dropped] {
+        dropped->filePacket.reset();
+        dropped->connection.reset();
+    });
 }
 
 std::shared_ptr<AfcPieceStore> openPieceStore(ZEBDevice& device) {

@@ -20,8 +20,9 @@ namespace zeb {
 
 // The task's transfer record, made on first use. Call under the task lock.
 FileTransfer& transferOf(DhTask& task);
-// Drops the file packet, then the connection. A writer whose last share
-// goes closes, so that an unfinished upload leaves no file behind.
+// Takes the transfer out of the task and drops the file packet, then the
+// connection, on the pool. A writer whose last share goes closes, so that
+// an unfinished upload leaves no file behind.
 void releaseTransfer(void* task);
 // The device's shared AFC service as a piece store; null when it won't start.
 std::shared_ptr<AfcPieceStore> openPieceStore(ZEBDevice& device);
