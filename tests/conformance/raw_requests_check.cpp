@@ -87,10 +87,14 @@ MuxPacket readMux(Pipe& p) {
     return {at32(h, 4), at32(h, 8), at32(h, 12), p.read(at32(h, 0) - 16)};
 }
 
+// Every answer parsed; freed together once the checks are done.
+std::vector<plist_t> gAnswers;
+
 plist_t parse(const std::string& bytes) {
     plist_t out = nullptr;
     plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &out);
     if (!out) fail("not a property list: " + bytes);
+    gAnswers.push_back(out);
     return out;
 }
 
@@ -206,13 +210,19 @@ void startTls(Pipe& p, plist_t pairRecord) {
     if (!x || !k || SSL_CTX_use_certificate(ctx, x) != 1 || SSL_CTX_use_PrivateKey(ctx, k) != 1)
         fail("pair record without a usable host certificate");
     p.ssl = SSL_new(ctx);
+    // The connection holds its own references to these.
+    SSL_CTX_free(ctx);
+    X509_free(x);
+    EVP_PKEY_free(k);
+    BIO_free(cb);
+    BIO_free(kb);
     SSL_set_fd(p.ssl, p.fd);
     if (SSL_connect(p.ssl) != 1) fail("TLS handshake");
 }
 
 // Lockdown without Label, without Domain and Key, with unknown keys, in
 // binary form, and a session from HostID alone. Answers are left to the
-// process's end. Returns the pipe in session.
+// end of the checks. Returns the pipe in session.
 Pipe lockdownForms(uint32_t deviceId) {
     Pipe p = binaryConnect(deviceId, 62078);
     plist_t a = ask(p, "QueryType");
@@ -375,17 +385,17 @@ int main(int argc, char** argv) {
         plist_t props = plist_dict_get_item(plist_array_get_item(devices, i), "Properties");
         if (str(props, "SerialNumber") == gUdid) deviceId = static_cast<uint32_t>(num(props, "DeviceID"));
     }
-    plist_free(list);
     if (!deviceId) fail("ListDevices without ClientVersionString and ProgName");
     plist_t buid = muxCall("ReadBUID");
     if (str(buid, "BUID").empty()) fail("ReadBUID without ClientVersionString and ProgName");
-    plist_free(buid);
 
     binaryListen();
     binaryConnect(deviceId + 1000, 62078, 2);
     binaryConnect(deviceId, 1234, 3);
     Pipe lockdown = lockdownForms(deviceId);
     afcForms(deviceId, lockdown);
+    SSL_free(lockdown.ssl);
+    for (plist_t answer : gAnswers) plist_free(answer);
     printf("raw request forms answered as a device does\n");
     return 0;
 }

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 namespace zeb {
@@ -26,8 +27,22 @@ void runCommandPacket(IPCPacket1* packet, bool fromHelper) {
         else
             module->execute(packet);
     }
-    bas::freePacket(packet);
 }
+
+namespace {
+
+// The packet goes with the task that carries it, whether the task runs or
+// is dropped with a pool that ends first.
+void queueCommandPacket(IPCPacket1* packet, bool fromHelper) {
+    if (zeb::quitting()) {
+        bas::freePacket(packet);
+        return;
+    }
+    std::shared_ptr<IPCPacket1> held(packet, bas::freePacket);
+    BASThreadPool::instance()->addTask([held, fromHelper] { runCommandPacket(held.get(), fromHelper); });
+}
+
+}  // namespace
 
 }  // namespace zeb
 
@@ -60,15 +75,9 @@ bool ZEBClient::startHelperListener() {
 
 bool ZEBClient::helperMissing() { return zeb::helperPort() == 0 || helperChannel.socketCount() == 0; }
 
-void ZEBClient::onCommandPacket(IPCPacket1* packet) {
-    if (zeb::quitting()) return;  // the process is ending; the memory goes with it
-    BASThreadPool::instance()->addTask([packet] { zeb::runCommandPacket(packet, false); });
-}
+void ZEBClient::onCommandPacket(IPCPacket1* packet) { zeb::queueCommandPacket(packet, false); }
 
-void ZEBClient::onHelperPacket(IPCPacket1* packet) {
-    if (zeb::quitting()) return;
-    BASThreadPool::instance()->addTask([packet] { zeb::runCommandPacket(packet, true); });
-}
+void ZEBClient::onHelperPacket(IPCPacket1* packet) { zeb::queueCommandPacket(packet, true); }
 
 int ZEBClient::onHelperEvent(bas::ChannelEvent* event) {
     if (event->type != bas::kAccepted) return 0;

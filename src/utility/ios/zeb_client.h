@@ -61,6 +61,7 @@ private:
 namespace zeb {
 // The port of the helper channel, as freePort gave it.
 int helperPort();
-// Runs one packet on the current thread: module lookup, execute, free.
+// Runs one packet on the current thread: module lookup, execute. The
+// caller keeps the packet and frees it.
 void runCommandPacket(IPCPacket1* packet, bool fromHelper);
 }  // namespace zeb

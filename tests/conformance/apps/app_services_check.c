@@ -133,6 +133,8 @@ static int notify(void) {
     np_client_t observer = NULL, poster = NULL;
     if (np_client_new(device, s1, &observer) != NP_E_SUCCESS || np_client_new(device, s2, &poster) != NP_E_SUCCESS)
         return fail("np clients");
+    lockdownd_service_descriptor_free(s1);
+    lockdownd_service_descriptor_free(s2);
     np_observe_notification(observer, "com.zebrelo.test.ping");
     np_set_notify_callback(observer, on_notification, NULL);
     usleep(200 * 1000);
@@ -154,6 +156,7 @@ static int browse(int argc, char** argv) {
     if (!service) return fail("installation_proxy did not start");
     instproxy_client_t ip = NULL;
     if (instproxy_client_new(device, service, &ip) != INSTPROXY_E_SUCCESS) return fail("instproxy client");
+    lockdownd_service_descriptor_free(service);
     plist_t options = instproxy_client_options_new();
     if (strcmp(argv[0], "Any") != 0) instproxy_client_options_add(options, "ApplicationType", argv[0], NULL);
     if (argc > 1) {
@@ -209,6 +212,8 @@ static int stage_install(const char* file) {
     if (afc_client_new(device, afc_service, &afc) != AFC_E_SUCCESS ||
         instproxy_client_new(device, ip_service, &ip) != INSTPROXY_E_SUCCESS)
         return fail("clients");
+    lockdownd_service_descriptor_free(afc_service);
+    lockdownd_service_descriptor_free(ip_service);
     afc_make_directory(afc, "PublicStaging");
     uint64_t handle = 0;
     if (afc_file_open(afc, "PublicStaging/staged.ipa", AFC_FOPEN_WRONLY, &handle) != AFC_E_SUCCESS)

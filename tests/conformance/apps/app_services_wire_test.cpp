@@ -169,7 +169,9 @@ TEST_F(AppServicesWire, InstallPersistsAndRelaysToObservers) {
     EXPECT_EQ(stringAt(relay, "Command"), "RelayNotification");
     EXPECT_EQ(stringAt(relay, "Name"), "com.apple.mobile.application_installed");
     plist_free(relay);
-    ASSERT_TRUE(sendPlist(*observer, command("Shutdown"), Endian::Big, false));
+    plist_t shutdown = command("Shutdown");
+    ASSERT_TRUE(sendPlist(*observer, shutdown, Endian::Big, false));
+    plist_free(shutdown);
     plist_t death = receivePlist(*observer, Endian::Big);
     ASSERT_NE(death, nullptr);
     EXPECT_EQ(stringAt(death, "Command"), "ProxyDeath");

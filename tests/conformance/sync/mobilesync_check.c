@@ -100,7 +100,14 @@ static int read_all(const char* data_class, enum output output) {
     struct reading r;
     reading_init(&r, 1);
     r.list = output == LIST;
-    if (receive_pages(client, &r)) return 1;
+    if (receive_pages(client, &r)) {
+        /* A session that is cancelled, not just dropped, gives back what the
+         * library holds for it. */
+        reading_free(&r);
+        mobilesync_cancel(client, "the host stopped reading");
+        mobilesync_client_free(client);
+        return 1;
+    }
     const double records_time = seconds_since(&t_records);
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready to receive", e);
@@ -127,7 +134,14 @@ static int add(const char* first, const char* last) {
     if ((e = mobilesync_get_all_records_from_device(client)) != MOBILESYNC_E_SUCCESS) return failed("get all", e);
     struct reading r;
     reading_init(&r, 1);
-    if (receive_pages(client, &r)) return 1;
+    if (receive_pages(client, &r)) {
+        /* A session that is cancelled, not just dropped, gives back what the
+         * library holds for it. */
+        reading_free(&r);
+        mobilesync_cancel(client, "the host stopped reading");
+        mobilesync_client_free(client);
+        return 1;
+    }
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready to receive", e);
 
@@ -189,7 +203,14 @@ static int changes(const char* device_anchor) {
     if ((e = mobilesync_get_changes_from_device(client)) != MOBILESYNC_E_SUCCESS) return failed("get changes", e);
     struct reading r;
     reading_init(&r, 0);
-    if (receive_pages(client, &r)) return 1;
+    if (receive_pages(client, &r)) {
+        /* A session that is cancelled, not just dropped, gives back what the
+         * library holds for it. */
+        reading_free(&r);
+        mobilesync_cancel(client, "the host stopped reading");
+        mobilesync_client_free(client);
+        return 1;
+    }
     if (r.pages != 2) return failed("pages of contact changes", (int)r.pages);
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready after changes", e);

@@ -53,7 +53,9 @@ TEST(CfCollections, DictionariesRetainAndMatchKeysByContent) {
     CFStringRef value = Text("first");
     cf.CFDictionaryAddValue(d, key, *cf.kCFBooleanTrue);
     cf.CFDictionaryAddValue(d, other, value);
-    cf.CFDictionaryAddValue(d, other, Text("ignored"));  // adding never replaces
+    CFStringRef ignored = Text("ignored");
+    cf.CFDictionaryAddValue(d, other, ignored);  // adding never replaces
+    cf.CFRelease(ignored);
     cf.CFRelease(value);  // the dictionary keeps its own reference
     cf.CFRelease(key);
 
