@@ -47,10 +47,10 @@ for target in "${targets[@]}"; do
     "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=65536 \
         -print_final_stats=1 -artifact_prefix="$findings/" "$found" "${seeds[@]}" >"$log" 2>&1
     status=$?
-    runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$')
+    runs=$(grep -ao 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$')
     echo "fuzz: $target: ${runs:-?} runs, corpus $(find "$found" -type f | wc -l) inputs, exit $status"
     if [ $status -ne 0 ]; then
-        grep -m3 -E 'ERROR|SUMMARY|Test unit written' "$log" | sed 's/^/    /'
+        grep -a -m3 -E 'ERROR|SUMMARY|Test unit written' "$log" | sed 's/^/    /'
         failed+=("$target")
     fi
 done
