@@ -1,6 +1,8 @@
 // Bad input on the usbmuxd socket and on a lockdown connection gets an error
 // answer or a closed connection, never a crash or a hang; result codes are
 // the ones usbmuxd gives.
+#include "raw_socket.h"
+
 #include <plist/plist.h>
 
 #include <arpa/inet.h>
@@ -19,21 +21,7 @@ namespace {
 
 const char* gSocket = nullptr;
 
-[[noreturn]] void fail(const std::string& what) {
-    fprintf(stderr, "FAIL: %s\n", what.c_str());
-    exit(1);
-}
-
-int connectMux() {
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    strncpy(addr.sun_path, gSocket, sizeof(addr.sun_path) - 1);
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) fail("connect to usbmuxd socket");
-    timeval tv{5, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-    return fd;
-}
+int connectMux() { return connectMuxSocket(gSocket, 5); }
 
 void sendRaw(int fd, const std::string& bytes) {
     if (send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) fail("send");

@@ -4,6 +4,8 @@
 // keys or with unknown ones, and AFC paths without their terminating NUL or
 // carried as payload. Expects the device to be paired already.
 // Usage: raw_requests_check MUX_SOCKET CONTROL_SOCKET UDID
+#include "raw_socket.h"
+
 extern "C" {
 #include "sim_control_client.h"
 }
@@ -30,21 +32,7 @@ const char* gMux = nullptr;
 const char* gControl = nullptr;
 std::string gUdid;
 
-[[noreturn]] void fail(const std::string& what) {
-    fprintf(stderr, "FAIL: %s\n", what.c_str());
-    exit(1);
-}
-
-int connectMux() {
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    strncpy(addr.sun_path, gMux, sizeof(addr.sun_path) - 1);
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) fail("connect to usbmuxd");
-    timeval tv{10, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-    return fd;
-}
+int connectMux() { return connectMuxSocket(gMux, 10); }
 
 // A byte pipe, plain or inside the lockdown session's TLS.
 struct Pipe {
