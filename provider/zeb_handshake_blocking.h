@@ -2,8 +2,8 @@
 // TLS handshake sleeps 100 ms whenever the device's answer has not arrived
 // yet: at least twice per session, however fast the device is. For the
 // length of a handshake the socket blocks instead, so the handshake waits
-// exactly as long as the device takes. A handshake that never completes
-// waited forever before as well (the library retries without end).
+// exactly as long as the device takes. A handshake with a silent device is
+// cut short by the deadline armed around it (zeb_link_deadline.h).
 #pragma once
 
 #include <libimobiledevice/lockdown.h>
@@ -19,6 +19,7 @@ public:
     BlockingDuringHandshake& operator=(const BlockingDuringHandshake&) = delete;
 
 private:
+    void Block(int fd);
     int fd_ = -1;
     int savedFlags_ = 0;
 };

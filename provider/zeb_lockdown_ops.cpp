@@ -12,6 +12,7 @@
 #include "zeb_handshake_blocking.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
+#include "zeb_lockdown_link.h"
 #include "zeb_pair_record.h"
 
 using namespace zebprov;
@@ -22,10 +23,12 @@ constexpr const char* kClientLabel = "zebrelo";
 
 // Closes the lockdown link and its session. Caller holds device.lock.
 void CloseLinkLocked(Device& device) {
-    if (device.lockdown) {
-        if (!device.sessionId.empty() && !device.gone) {
-            lockdownd_stop_session(device.lockdown, device.sessionId.c_str());
-        }
+    if (device.lockdown && !device.sessionId.empty() && !device.gone) {
+        BoundedExchange(device, [&](lockdownd_client_t link) {
+            return lockdownd_stop_session(link, device.sessionId.c_str());
+        });
+    }
+    if (device.lockdown) {  // not dropped as silent above
         lockdownd_client_free(device.lockdown);
         device.lockdown = nullptr;
     }
@@ -44,11 +47,11 @@ int32_t StartSessionLocked(Device& device, std::string& sessionId) {
     if (hostId.empty()) return kZebAMDInvalidHostID;
     char* id = nullptr;
     int ssl = 0;
-    lockdownd_error_t err;
-    {
-        BlockingDuringHandshake noHandshakeSleeps(device.lockdown);
-        err = lockdownd_start_session(device.lockdown, hostId.c_str(), &id, &ssl);
-    }
+    // The socket's mode is restored before a silent link is dropped.
+    lockdownd_error_t err = BoundedExchange(device, [&](lockdownd_client_t link) {
+        BlockingDuringHandshake noHandshakeSleeps(link);
+        return lockdownd_start_session(link, hostId.c_str(), &id, &ssl);
+    });
     if (err != LOCKDOWN_E_SUCCESS) {
         free(id);
         return LockdownToResult(err);
@@ -60,10 +63,12 @@ int32_t StartSessionLocked(Device& device, std::string& sessionId) {
 
 // Ends a session and replaces the link with a fresh one: a link that has
 // left TLS is not trusted to enter it again cleanly, so the next session
-// starts on a new link. Caller holds device.lock.
+// starts on a new link. A device that stays silent instead gets none until
+// its holders disconnect. Caller holds device.lock.
 void EndSessionLocked(Device& device, const std::string& sessionId) {
     if (!device.lockdown || device.gone) return;
-    lockdownd_stop_session(device.lockdown, sessionId.c_str());
+    BoundedExchange(device, [&](lockdownd_client_t link) { return lockdownd_stop_session(link, sessionId.c_str()); });
+    if (!device.lockdown) return;
     lockdownd_client_free(device.lockdown);
     device.lockdown = nullptr;
     if (lockdownd_client_new(device.idevice, &device.lockdown, kClientLabel) != LOCKDOWN_E_SUCCESS)
@@ -178,8 +183,10 @@ CFTypeRef AMDeviceCopyValue(AMDeviceRef handle, CFStringRef domain, CFStringRef 
     if (device->gone || !device->lockdown) return nullptr;
     std::string domainText = TextOf(domain), keyText = TextOf(key);
     plist_t node = nullptr;
-    if (lockdownd_get_value(device->lockdown, domain ? domainText.c_str() : nullptr,
-                            key ? keyText.c_str() : nullptr, &node) != LOCKDOWN_E_SUCCESS) {
+    lockdownd_error_t err = BoundedExchange(*device, [&](lockdownd_client_t link) {
+        return lockdownd_get_value(link, domain ? domainText.c_str() : nullptr, key ? keyText.c_str() : nullptr, &node);
+    });
+    if (err != LOCKDOWN_E_SUCCESS) {
         plist_free(node);
         return nullptr;
     }
@@ -201,8 +208,9 @@ int32_t AMDeviceSetValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key
     }
     std::string domainText = TextOf(domain), keyText = TextOf(key);
     // The library takes the node over.
-    lockdownd_error_t err =
-        lockdownd_set_value(device->lockdown, domain ? domainText.c_str() : nullptr, keyText.c_str(), node);
+    lockdownd_error_t err = BoundedExchange(*device, [&](lockdownd_client_t link) {
+        return lockdownd_set_value(link, domain ? domainText.c_str() : nullptr, keyText.c_str(), node);
+    });
     return LockdownToResult(err);
 }
 

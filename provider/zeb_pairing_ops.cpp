@@ -9,6 +9,7 @@
 #include "zeb_exports.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
+#include "zeb_lockdown_link.h"
 #include "zeb_notifications.h"
 
 using namespace zebprov;
@@ -24,7 +25,10 @@ lockdownd_error_t AskToPair(const Device& device) {
     lockdownd_client_t client = nullptr;
     lockdownd_error_t err = lockdownd_client_new(idevice, &client, "zebrelo");
     if (err == LOCKDOWN_E_SUCCESS) {
-        err = lockdownd_pair(client, nullptr);
+        {
+            LinkDeadline deadline(LinkSocket(client), LockdownTimeoutMs());
+            err = lockdownd_pair(client, nullptr);
+        }
         lockdownd_client_free(client);
     }
     idevice_free(idevice);
@@ -59,7 +63,7 @@ extern "C" int32_t AMDevicePair(AMDeviceRef handle) {
     {
         std::lock_guard<std::mutex> hold(device->lock);
         if (!device->lockdown) return kZebAMDNotConnected;
-        err = lockdownd_pair(device->lockdown, nullptr);
+        err = BoundedExchange(*device, [](lockdownd_client_t link) { return lockdownd_pair(link, nullptr); });
     }
     if (err == LOCKDOWN_E_SUCCESS) {
         // Accepted at once (the device trusted this host before): the monitor

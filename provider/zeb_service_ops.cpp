@@ -18,6 +18,7 @@
 #include "zeb_handshake_blocking.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
+#include "zeb_lockdown_link.h"
 #include "zeb_socket_io.h"
 
 using namespace zebprov;
@@ -68,10 +69,11 @@ int32_t AMDeviceSecureStartService(AMDeviceRef handle, CFStringRef name, CFDicti
         if (device->gone) return kZebAMDDeviceGone;
         if (!device->lockdown) return kZebAMDNotConnected;
         if (device->sessionCount == 0) return kZebAMDSessionInactive;
-        lockdownd_error_t err =
-            WantsEscrowBag(options)
-                ? lockdownd_start_service_with_escrow_bag(device->lockdown, serviceName->utf8.c_str(), &descriptor)
-                : lockdownd_start_service(device->lockdown, serviceName->utf8.c_str(), &descriptor);
+        const bool escrowBag = WantsEscrowBag(options);
+        lockdownd_error_t err = BoundedExchange(*device, [&](lockdownd_client_t link) {
+            return escrowBag ? lockdownd_start_service_with_escrow_bag(link, serviceName->utf8.c_str(), &descriptor)
+                             : lockdownd_start_service(link, serviceName->utf8.c_str(), &descriptor);
+        });
         if (err != LOCKDOWN_E_SUCCESS) {
             if (descriptor) lockdownd_service_descriptor_free(descriptor);
             return LockdownToResult(err);
@@ -92,8 +94,12 @@ int32_t AMDeviceSecureStartService(AMDeviceRef handle, CFStringRef name, CFDicti
     }
     bool handshakeFailed = false;
     if (connection->secure) {
-        BlockingDuringHandshake noHandshakeSleeps(connection->link);
-        handshakeFailed = idevice_connection_enable_ssl(connection->link) != IDEVICE_E_SUCCESS;
+        LinkDeadline deadline(LinkSocket(connection->link), LockdownTimeoutMs());
+        {
+            BlockingDuringHandshake noHandshakeSleeps(connection->link);
+            handshakeFailed = idevice_connection_enable_ssl(connection->link) != IDEVICE_E_SUCCESS;
+        }
+        if (deadline.Disarm()) handshakeFailed = true;
     }
     if (handshakeFailed) {
         idevice_disconnect(connection->link);
@@ -120,14 +126,16 @@ ssize_t AMDServiceConnectionSend(AMDServiceConnectionRef ref, const void* buffer
                    ? static_cast<ssize_t>(length)
                    : -1;
     }
+    // The library's encrypted send retries without end while the socket is
+    // full; a device that reads nothing for too long has its link cut.
+    const int silenceMs = IoTimeoutMs(kServiceSilenceMs);
     size_t total = 0;
     while (total < length) {
         uint32_t sent = 0;
         uint32_t piece = static_cast<uint32_t>(std::min<size_t>(length - total, 1u << 20));
-        if (idevice_connection_send(c->link, static_cast<const char*>(buffer) + total, piece, &sent) !=
-                IDEVICE_E_SUCCESS ||
-            sent == 0)
-            return -1;
+        LinkDeadline deadline(c->fd, silenceMs);
+        idevice_error_t err = idevice_connection_send(c->link, static_cast<const char*>(buffer) + total, piece, &sent);
+        if (deadline.Disarm() || err != IDEVICE_E_SUCCESS || sent == 0) return -1;
         total += sent;
     }
     return static_cast<ssize_t>(total);

@@ -23,8 +23,8 @@ reports_clean() {  # $1: the folder the sanitizers wrote to
 
 run_build() {  # $1: folder, $2: sanitizers
     cmake -S "$root" -B "$1" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEBRELO_SANITIZE="$2" >/dev/null \
-        && cmake --build "$1" -j"$(nproc)" > "$1.build.log" 2>&1 \
-        || { echo "test-sanitizers: the $2 build failed, see $1.build.log" >&2; return 1; }
+        && cmake --build "$1" -j"$(nproc)" > "$1/sanitizer-build.log" 2>&1 \
+        || { echo "test-sanitizers: the $2 build failed, see $1/sanitizer-build.log" >&2; return 1; }
 }
 
 status=0

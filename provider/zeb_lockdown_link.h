@@ -1,0 +1,27 @@
+// Exchanges on a device's lockdown link under the provider's deadline: a
+// device that stays silent past it loses the link, so that its holders'
+// later calls fail at once instead of each waiting out the library.
+#pragma once
+
+#include "zeb_device_registry.h"
+#include "zeb_link_deadline.h"
+
+namespace zebprov {
+
+// Frees a link whose socket was cut: the client's own last StopSession
+// fails at once on the dead socket. The device is left without a link until
+// its last holder disconnects; the counts stay, so that the holders' stop
+// and disconnect calls still balance. Caller holds device.lock.
+void DropLinkLocked(Device& device);
+
+// exchange(device.lockdown), bounded. Caller holds device.lock, and the
+// device has a link; exchange must not free it.
+template <typename Exchange>
+auto BoundedExchange(Device& device, Exchange exchange) -> decltype(exchange(device.lockdown)) {
+    LinkDeadline deadline(LinkSocket(device.lockdown), LockdownTimeoutMs());
+    auto result = exchange(device.lockdown);
+    if (deadline.Disarm()) DropLinkLocked(device);
+    return result;
+}
+
+}  // namespace zebprov
