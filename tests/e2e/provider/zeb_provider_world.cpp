@@ -18,22 +18,29 @@ void ProviderWorld::SetUp() {
     ASSERT_TRUE(sim.Start(ZEB_SIM_PATH, {Profile("iphone13-ios17")})) << "zebrelo-sim did not start";
     setenv("ZEBRELO_DEVICE_PROVIDER", ZEB_PROVIDER_PATH, 1);
     ASSERT_TRUE(md().Init());
-    AMDeviceNotificationRef subscription = nullptr;
-    ASSERT_EQ(md().AMDeviceNotificationSubscribe(OnNotification, 0, 0, this, &subscription), 0);
+    ASSERT_EQ(md().AMDeviceNotificationSubscribe(OnNotification, 0, 0, this, &subscription_), 0);
     // The run loop keeps its thread for the life of the process, as in the worker.
     std::thread([] { CMobileExportFun::GetInstance().CFRunLoopRun(); }).detach();
     trustedIphone = WaitFor(kZebDeviceAttached, 0).device;
     ASSERT_NE(trustedIphone, nullptr) << "the simulator's first device never arrived";
 }
 
-void ProviderWorld::TearDown() { sim.Stop(); }
+void ProviderWorld::TearDown() {
+    // No notification may reach this object once gtest has deleted it: the
+    // simulator's stop would otherwise report its devices leaving.
+    if (subscription_) md().AMDeviceNotificationUnsubscribe(subscription_);
+    sim.Stop();
+    // Whatever the run loop delivered before is ordered before the
+    // destructor through this lock.
+    std::lock_guard<std::mutex> hold(lock_);
+}
 
 void ProviderWorld::OnNotification(AMDeviceNotificationInfo* info, void* context) {
     auto* world = static_cast<ProviderWorld*>(context);
-    {
-        std::lock_guard<std::mutex> hold(world->lock_);
-        world->events_.push_back({info->device, info->message});
-    }
+    // Notified under the lock, so that the teardown's taking of it orders
+    // this whole call before the destructor.
+    std::lock_guard<std::mutex> hold(world->lock_);
+    world->events_.push_back({info->device, info->message});
     world->arrived_.notify_all();
 }
 

@@ -48,6 +48,7 @@ private:
     std::mutex lock_;
     std::condition_variable arrived_;
     std::vector<DeviceEvent> events_;
+    AMDeviceNotificationRef subscription_ = nullptr;
 };
 
 // Connect, check the pairing, start a session; undone in reverse.
