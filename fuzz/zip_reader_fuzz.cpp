@@ -30,7 +30,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fwrite(data, 1, size, file);
         std::fclose(file);
     }
+    // The worker reads a few named entries (Info.plist, the metadata); each
+    // read looks its name up from the start, so reading every entry of a
+    // many-entry archive is quadratic and only slows the run down.
+    int reads = 0;
     for (const auto& name : zeb::listZipEntries(archive)) {
+        if (++reads > 16) break;
         std::string content;
         zeb::readZipEntry(content, archive, name, 1 << 20);
     }
