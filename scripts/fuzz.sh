@@ -29,6 +29,8 @@ fi
 
 # The provider the contact target binds, as its smoke test does.
 export ZEBRELO_DEVICE_PROVIDER="$build/bin/libzebrelo-mobiledevice.so"
+# RapidJSON's known pointer arithmetic report is suppressed as in the tests.
+export UBSAN_OPTIONS="suppressions=$root/scripts/ubsan.supp"
 failed=()
 for target in "${targets[@]}"; do
     program="$build/bin/$target"
