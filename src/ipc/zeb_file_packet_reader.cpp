@@ -66,8 +66,20 @@ bool FilePacketReader::read(FilePacket& packet) {
     }
     ahead_.offset = -1;
     if (packet.result_size == 0) return false;
-    // Parents ask for the pieces in order; the next one is read meanwhile.
-    const int64_t next = packet.offset + static_cast<int64_t>(packet.result_size);
-    if (next < size) startReadAhead(next, static_cast<uint32_t>(std::min<uint64_t>(count, static_cast<uint64_t>(size - next))));
+    // The parent asks for the pieces in the order of their keys as text
+    // ("1", "10", "100", ..., "2"); the one it will ask for next is read
+    // meanwhile. A piece outside the table is followed by the bytes after it.
+    int64_t next = packet.offset + static_cast<int64_t>(packet.result_size);
+    uint64_t nextLength = count;
+    auto asked = pieces.find(zeb::pieceKey(packet.id));
+    if (asked != pieces.end() && asked->second.offset == packet.offset) {
+        auto following = std::next(asked);
+        if (following == pieces.end()) return true;
+        next = following->second.offset;
+        nextLength = static_cast<uint64_t>(following->second.offset_length);
+    }
+    if (next >= 0 && next < size && nextLength > 0)
+        startReadAhead(next, static_cast<uint32_t>(std::min<uint64_t>({nextLength, static_cast<uint64_t>(size - next),
+                                                                         packet.buffer_size, UINT32_MAX})));
     return true;
 }

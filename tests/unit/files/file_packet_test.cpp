@@ -114,6 +114,35 @@ TEST(FilePacketReader, PiecesReadAheadInOrderOrAskedOutOfOrderAreTheFilesBytes) 
     for (int64_t offset : {1024, 0, 3072, 2048, 2048, 0}) EXPECT_EQ(readAt(offset), bytes.substr(offset, 1024)) << offset;
 }
 
+TEST(FilePacketReader, PiecesAskedInTheOrderOfTheirKeysAreEachReadFromTheDeviceOnce) {
+    // 12 pieces: the parent asks 1, 10, 11, 12, 2, 3, ... and the piece read
+    // ahead must be the one asked next, or every jump costs a second read.
+    std::string bytes;
+    for (int i = 0; i < 12 * 100 - 7; ++i) bytes += static_cast<char>('A' + i % 47);
+    auto store = storeWith("/big.bin", bytes);
+    FileHeader templ;
+    templ.connection = store;
+    templ.piece_size = 100;
+    templ.path = "/big.bin";
+    FilePacketReader reader;
+    ASSERT_TRUE(reader.open(templ));
+    unsigned char buffer[100];
+    std::string assembled(bytes.size(), '\0');
+    for (const auto& [key, piece] : FilePieceMap(reader.pieces)) {
+        FilePacket packet;
+        packet.buffer = buffer;
+        packet.buffer_size = sizeof buffer;
+        packet.id = piece.id;
+        packet.offset = piece.offset;
+        packet.offset_length = piece.offset_length;
+        ASSERT_TRUE(reader.read(packet)) << key;
+        ASSERT_EQ(packet.result_size, static_cast<uint64_t>(piece.offset_length)) << key;
+        assembled.replace(piece.offset, packet.result_size, reinterpret_cast<char*>(packet.buffer), packet.result_size);
+    }
+    EXPECT_EQ(assembled, bytes);
+    EXPECT_EQ(store->bytesRead, bytes.size());
+}
+
 TEST(FilePacketWriter, FreshUploadRenamesOnCompletion) {
     std::string bytes = "abcdefghij";
     auto store = storeWith("", "");

@@ -46,6 +46,7 @@ uint32_t MemoryPieceStore::read(FileStoreRef file, void* buffer, uint32_t length
     uint32_t count = static_cast<uint32_t>(std::min<uint64_t>(length, bytes.size() - position));
     memcpy(buffer, bytes.data() + position, count);
     found->second.position += count;
+    bytesRead += count;
     return count;
 }
 

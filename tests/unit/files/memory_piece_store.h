@@ -12,6 +12,7 @@ public:
     std::map<std::string, std::string> files;
     std::set<std::string> failOpen;  // paths whose opening fails
     size_t writeLimit = SIZE_MAX;    // each write stores at most this much
+    uint64_t bytesRead = 0;          // what reads handed out, all files together
 
     bool fileSize(const std::string& path, int64_t& size) override;
     FileStoreRef openRead(const std::string& path) override;
