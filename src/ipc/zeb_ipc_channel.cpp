@@ -5,8 +5,10 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -176,19 +178,41 @@ SocketRecord* IPCChannel::listen(int port) {
 }
 
 bool IPCChannel::send(SocketRecord* socket, const void* data, size_t length) {
+    return send(socket, data, length, nullptr, 0);
+}
+
+bool IPCChannel::send(SocketRecord* socket, const void* head, size_t headLength, const void* tail, size_t tailLength) {
     socket->lastActivity.exchange(localSecondsNow());
     std::lock_guard<std::mutex> hold(socket->sendLock);
-    // Blocking sockets take the whole buffer in one call; the loop only
-    // covers an interrupted call.
-    const char* bytes = static_cast<const char*>(data);
-    while (length > 0) {
-        ssize_t sent = ::send(socket->socket, bytes, length, MSG_NOSIGNAL);
+    // Blocking sockets take everything in one call; the loop only covers an
+    // interrupted or partial call.
+    iovec parts[2] = {{const_cast<void*>(head), headLength}, {const_cast<void*>(tail), tailLength}};
+    iovec* part = parts;
+    int count = tailLength != 0 ? 2 : 1;
+    while (count > 0) {
+        if (part->iov_len == 0) {
+            ++part;
+            --count;
+            continue;
+        }
+        msghdr message{};
+        message.msg_iov = part;
+        message.msg_iovlen = static_cast<size_t>(count);
+        ssize_t sent = ::sendmsg(socket->socket, &message, MSG_NOSIGNAL);
         if (sent < 0) {
             if (errno == EINTR) continue;
             return false;
         }
-        bytes += sent;
-        length -= static_cast<size_t>(sent);
+        for (size_t done = static_cast<size_t>(sent); done > 0 && count > 0;) {
+            const size_t taken = std::min(done, part->iov_len);
+            part->iov_base = static_cast<char*>(part->iov_base) + taken;
+            part->iov_len -= taken;
+            done -= taken;
+            if (part->iov_len == 0) {
+                ++part;
+                --count;
+            }
+        }
     }
     return true;
 }

@@ -35,6 +35,8 @@ public:
     SocketRecord* connect(int port);
     SocketRecord* listen(int port);
     bool send(SocketRecord* socket, const void* data, size_t length);
+    // Two buffers as one write: a frame's head and its tail leave together.
+    bool send(SocketRecord* socket, const void* head, size_t headLength, const void* tail, size_t tailLength);
     void closeAll();
 
     // A free TCP port as getsockname leaves it: in network byte order. The

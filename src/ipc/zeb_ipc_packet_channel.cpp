@@ -80,7 +80,7 @@ bool IPCPacketChannel::sendPacket(const IPCPacket1* packet) {
     return send(packet->socket, frame.data(), frame.size());
 }
 
-bool IPCPacketChannel::sendTextPacket(const IPCPacket1* packet) {
+bool IPCPacketChannel::sendTextPacket(const IPCPacket1* packet, const void* tail) {
     // Only 16 bits of the text's length travel: bulk data belongs in the tail.
     uint64_t textLength = packet->length & 0xFFFF;
     uint64_t tailLength = packet->length >> 32;
@@ -88,7 +88,7 @@ bool IPCPacketChannel::sendTextPacket(const IPCPacket1* packet) {
     frame.reserve(kFrameHeaderSize + textLength);
     appendFrameHeader(frame, packet->taskId, packet->commandType, packet->packetStatus, tailLength + textLength);
     frame.append(reinterpret_cast<const char*>(packet->data), textLength);
-    return send(packet->socket, frame.data(), frame.size());
+    return send(packet->socket, frame.data(), frame.size(), tail, tail ? tailLength : 0);
 }
 
 }  // namespace bas

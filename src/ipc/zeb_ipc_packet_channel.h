@@ -29,8 +29,8 @@ public:
     bool sendPacket(const IPCPacket1* packet);
     // packet->length carries two numbers: the text's length in its low 32
     // bits (of which only 16 are used) and the tail's length in its high 32.
-    // Sends the frame with the text; the caller sends the tail right after.
-    bool sendTextPacket(const IPCPacket1* packet);
+    // The frame with the text and the tail's bytes, in one write.
+    bool sendTextPacket(const IPCPacket1* packet, const void* tail = nullptr);
 
 private:
     void packetLoop();

@@ -123,8 +123,7 @@ int ZEBClient::sendEvent(const EventEnvelope& envelope, IPCPacket1* packet) {
         packet->socket = socket;
         packet->data = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
         packet->length = (tailLength << 32) | (text.size() & 0xFFFFFFFFu);
-        commandChannel.sendTextPacket(packet);
-        if (tailLength != 0) commandChannel.send(socket, tail, tailLength);
+        commandChannel.sendTextPacket(packet, tailLength != 0 ? tail : nullptr);
     }
     packet->data = nullptr;
     return 0;
