@@ -34,3 +34,35 @@ inline double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
 }
+
+// Busy time of the whole machine over an interval, from /proc/stat: how
+// much of its cores the work kept busy. Near 1 means the cores bound the
+// work; well below 1 means it waited (a turn-taking protocol, a sleep).
+class MachineBusy {
+public:
+    MachineBusy() : start_(read()) {}
+    // Busy share of all cores since construction, 0..1.
+    double share() const {
+        const Ticks now = read();
+        const double total = static_cast<double>(now.total - start_.total);
+        return total > 0 ? static_cast<double>(now.busy - start_.busy) / total : 0.0;
+    }
+
+private:
+    struct Ticks {
+        uint64_t busy = 0, total = 0;
+    };
+    static Ticks read() {
+        std::ifstream stat("/proc/stat");
+        std::string cpu;
+        stat >> cpu;
+        Ticks ticks;
+        uint64_t value = 0;
+        for (int field = 0; field < 8 && stat >> value; ++field) {
+            ticks.total += value;
+            if (field != 3 && field != 4) ticks.busy += value;  // idle and iowait
+        }
+        return ticks;
+    }
+    Ticks start_;
+};

@@ -67,18 +67,25 @@ std::string encodeFrame(const Frame& frame) {
     return out;
 }
 
+std::string encodeCommandHead(uint64_t taskId, uint32_t commandType, const std::string& json, uint64_t tailLength,
+                              uint16_t packetStatus) {
+    std::string out = "kCommand";
+    out.reserve(36 + json.size() + 3);
+    out.append("\x01\x02\x03\x04\x05\x06", 6);
+    putLittleEndian(out, taskId);
+    putLittleEndian(out, commandType);
+    putLittleEndian(out, packetStatus);
+    putLittleEndian(out, static_cast<uint64_t>(json.size() + 3 + tailLength));
+    out.append("1", 1).push_back('\0');
+    out += json;
+    out.push_back('\0');
+    return out;
+}
+
 std::string encodeCommand(uint64_t taskId, uint32_t commandType, const std::string& json,
                           const std::optional<std::string>& tailJson, uint16_t packetStatus) {
-    Frame frame;
-    frame.taskId = taskId;
-    frame.commandType = commandType;
-    frame.packetStatus = packetStatus;
-    frame.payload = "1";
-    frame.payload.push_back('\0');
-    frame.payload += json;
-    frame.payload.push_back('\0');
-    if (tailJson) frame.payload += deflateText(*tailJson);
-    return encodeFrame(frame);
+    const std::string tail = tailJson ? deflateText(*tailJson) : std::string();
+    return encodeCommandHead(taskId, commandType, json, tail.size(), packetStatus) + tail;
 }
 
 bool parseEvent(Frame frame, Event& event) {

@@ -35,6 +35,10 @@ struct Event {
 std::string encodeCommand(uint64_t taskId, uint32_t commandType, const std::string& json,
                           const std::optional<std::string>& tailJson = std::nullopt, uint16_t packetStatus = 0);
 std::string encodeFrame(const Frame& frame);
+// A command's header, version and JSON text, for a raw tail of tailLength
+// bytes that the caller sends right behind it.
+std::string encodeCommandHead(uint64_t taskId, uint32_t commandType, const std::string& json, uint64_t tailLength,
+                              uint16_t packetStatus = 0);
 
 // Parses the payload of a frame into an event; false when the payload is
 // not version, NUL, a JSON object, NUL. The event keeps the frame's header

@@ -1,5 +1,7 @@
 #include "zeb_parent_link.h"
 
+#include "zeb_send_all.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -111,17 +113,10 @@ bool ParentLink::acceptWorker(std::chrono::milliseconds timeout) {
     return connection >= 0;
 }
 
-bool ParentLink::send(const std::string& bytes) {
-    size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t sent = ::send(connection, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (sent < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        done += static_cast<size_t>(sent);
-    }
-    return true;
+bool ParentLink::send(const std::string& bytes) { return send(bytes, nullptr, 0); }
+
+bool ParentLink::send(const std::string& head, const void* tail, size_t tailLength) {
+    return zeb::sendAll(connection, head.data(), head.size(), tail, tailLength);
 }
 
 bool ParentLink::sendCommand(uint64_t taskId, uint32_t commandType, const std::string& json,

@@ -53,6 +53,8 @@ public:
     bool connected() const { return connection >= 0; }
 
     bool send(const std::string& bytes);
+    // A head and a raw tail as one write, the tail sent from where it lies.
+    bool send(const std::string& head, const void* tail, size_t tailLength);
     bool sendCommand(uint64_t taskId, uint32_t commandType, const std::string& json,
                      const std::optional<std::string>& tailJson = std::nullopt, uint16_t packetStatus = 0);
 

@@ -385,7 +385,24 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
         return result;
     }
 
-    std::string bytes;
+    // The worker asks for the first unfinished piece in the order of the
+    // keys as text; the one after the piece just sent is read from the local
+    // file while the worker writes that piece to the device.
+    std::map<std::string, int64_t> askOrder;
+    const int64_t pieceCount = (result.size + kPieceSize - 1) / kPieceSize;
+    for (int64_t id = 1; id <= pieceCount; ++id) askOrder.emplace(std::to_string(id), id);
+    struct LocalPiece {
+        int64_t offset = -1;
+        int64_t length = 0;
+        std::vector<char> bytes;
+    };
+    LocalPiece now, ahead;
+    auto readLocal = [&](LocalPiece& piece, int64_t offset, int64_t length) {
+        piece.bytes.resize(static_cast<size_t>(length));
+        piece.offset = pread(fd, piece.bytes.data(), piece.bytes.size(), offset) == length ? offset : -1;
+        piece.length = length;
+        return piece.offset == offset;
+    };
     bool first = true;
     for (;;) {
         Event event;
@@ -416,9 +433,8 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
             first = false;
             if (options.progress) options.progress(offset, result.size);
         }
-        bytes.resize(static_cast<size_t>(length));
-        ssize_t got = pread(fd, bytes.data(), bytes.size(), offset);
-        if (got != length) {
+        if (ahead.offset == offset && ahead.length == length) std::swap(now, ahead);
+        else if (!readLocal(now, offset, length)) {
             ::close(fd);
             result.error = "reading the local file failed";
             stopTransfer(link, taskId, udid, Wait::Timeout, result);
@@ -426,10 +442,6 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
             return result;
         }
         // The piece goes raw behind its JSON text, not compressed.
-        Frame frame;
-        frame.taskId = taskId;
-        frame.commandType = kPush;
-        frame.packetStatus = 0;
         std::string json = commandJson(udid, 0, 2, [&](Writer& writer) {
             writer.StartObject();
             writer.Key("id");
@@ -440,14 +452,15 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
             writer.Int64(length);
             writer.EndObject();
         });
-        frame.payload.reserve(json.size() + bytes.size() + 3);
-        frame.payload.append("1", 1).push_back('\0');
-        frame.payload.append(json).push_back('\0');
-        frame.payload.append(bytes);
-        if (!link.send(encodeFrame(frame))) {
+        if (!link.send(encodeCommandHead(taskId, kPush, json, now.bytes.size()), now.bytes.data(), now.bytes.size())) {
             ::close(fd);
             result.error = "the worker closed the link";
             return result;
+        }
+        auto next = askOrder.upper_bound(std::to_string(id));
+        if (next != askOrder.end()) {
+            const int64_t nextOffset = (next->second - 1) * kPieceSize;
+            readLocal(ahead, nextOffset, std::min(kPieceSize, result.size - nextOffset));
         }
         result.transferred += length;
         if (options.progress) options.progress(std::min(result.size, offset + length), result.size);

@@ -4,5 +4,5 @@ zeb_fuzz_target(fuzz_parent_events
           ${PROJECT_SOURCE_DIR}/client/zeb_parent_frame_reader.cpp
           ${PROJECT_SOURCE_DIR}/client/zeb_parent_frame.cpp
           ${PROJECT_SOURCE_DIR}/client/zeb_parent_link.cpp
-  INCLUDES ${PROJECT_SOURCE_DIR}/client ${RAPIDJSON_INCLUDE_DIR}
+  INCLUDES ${PROJECT_SOURCE_DIR}/client ${PROJECT_SOURCE_DIR}/src/support ${RAPIDJSON_INCLUDE_DIR}
   LIBS -lz)

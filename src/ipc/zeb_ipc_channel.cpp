@@ -1,14 +1,14 @@
 #include "zeb_ipc_channel.h"
 
+#include "zeb_send_all.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -184,37 +184,7 @@ bool IPCChannel::send(SocketRecord* socket, const void* data, size_t length) {
 bool IPCChannel::send(SocketRecord* socket, const void* head, size_t headLength, const void* tail, size_t tailLength) {
     socket->lastActivity.exchange(localSecondsNow());
     std::lock_guard<std::mutex> hold(socket->sendLock);
-    // Blocking sockets take everything in one call; the loop only covers an
-    // interrupted or partial call.
-    iovec parts[2] = {{const_cast<void*>(head), headLength}, {const_cast<void*>(tail), tailLength}};
-    iovec* part = parts;
-    int count = tailLength != 0 ? 2 : 1;
-    while (count > 0) {
-        if (part->iov_len == 0) {
-            ++part;
-            --count;
-            continue;
-        }
-        msghdr message{};
-        message.msg_iov = part;
-        message.msg_iovlen = static_cast<size_t>(count);
-        ssize_t sent = ::sendmsg(socket->socket, &message, MSG_NOSIGNAL);
-        if (sent < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        for (size_t done = static_cast<size_t>(sent); done > 0 && count > 0;) {
-            const size_t taken = std::min(done, part->iov_len);
-            part->iov_base = static_cast<char*>(part->iov_base) + taken;
-            part->iov_len -= taken;
-            done -= taken;
-            if (part->iov_len == 0) {
-                ++part;
-                --count;
-            }
-        }
-    }
-    return true;
+    return zeb::sendAll(socket->socket, head, headLength, tail, tailLength);
 }
 
 void IPCChannel::closeAll() {
