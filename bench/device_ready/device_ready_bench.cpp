@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace std::chrono;
@@ -56,7 +57,8 @@ int main() {
         fprintf(stderr, "device_ready_bench: ideviceinfo is not installed\n");
         return 1;
     }
-    printf("%-8s %14s %18s %8s\n", "devices", "ready (s)", "ideviceinfo (s)", "ratio");
+    printf("%-8s %14s %18s %8s %10s %11s\n", "devices", "ready (s)", "ideviceinfo (s)", "ratio", "cores busy",
+           "ms/device");
     double oneDevice = 0;
     for (int count : {1, 8, 32}) {
         e2e::Simulator sim;
@@ -84,6 +86,7 @@ int main() {
             fprintf(stderr, "device_ready_bench: the worker did not start\n");
             return 1;
         }
+        MachineBusy busy;
         auto start = steady_clock::now();
         for (const std::string& udid : udids) sim.control("attach " + udid);
         for (const std::string& udid : udids) {
@@ -93,7 +96,12 @@ int main() {
             }
         }
         double ready = secondsSince(start);
-        printf("%-8d %14.3f %18.3f %8.2f\n", count, ready, stock, stock > 0 ? ready / stock : 0.0);
+        // Core time per device, the simulator's and the worker's together:
+        // when the cores were busy throughout, this is what bounds a row.
+        const double busyShare = busy.share();
+        const double cores = static_cast<double>(std::thread::hardware_concurrency());
+        printf("%-8d %14.3f %18.3f %8.2f %9.0f%% %11.2f\n", count, ready, stock, stock > 0 ? ready / stock : 0.0,
+               100 * busyShare, 1000 * busyShare * cores * ready / count);
         fflush(stdout);
         if (count == 1) {
             oneDevice = ready;

@@ -11,6 +11,9 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <map>
+#include <mutex>
+#include <string>
 #include <vector>
 
 namespace zsim {
@@ -30,21 +33,37 @@ void TlsChannel::release() {
     ctx_ = nullptr;
 }
 
-bool TlsChannel::accept(int fd, const std::string& certPem, const std::string& keyPem, std::string& error) {
-    release();
-    ctx_ = SSL_CTX_new(TLS_server_method());
-    if (!ctx_) {
+namespace {
+
+// Reading a device's key and building its TLS context costs more than the
+// handshake's own signature: a row of devices starting sessions at once
+// would spend most of the simulator's time there. One context per
+// certificate and key, kept for the life of the process and shared by the
+// sessions (a context is not changed once built, so threads may share it).
+SSL_CTX* sharedContext(const std::string& certPem, const std::string& keyPem, std::string& error) {
+    static std::mutex lock;
+    static std::map<std::string, SSL_CTX*> contexts;
+    constexpr size_t kMaxContexts = 1024;  // far above any row of devices
+    const std::string identity = certPem + '\0' + keyPem;
+    std::lock_guard<std::mutex> hold(lock);
+    auto found = contexts.find(identity);
+    if (found != contexts.end()) {
+        SSL_CTX_up_ref(found->second);
+        return found->second;
+    }
+    SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+    if (!ctx) {
         error = "cannot create TLS context";
-        return false;
+        return nullptr;
     }
     // Hosts sign their certificates with SHA-1: only security level 0 lets
     // OpenSSL 3 talk to them at all.
-    SSL_CTX_set_security_level(ctx_, 0);
-    SSL_CTX_set_cipher_list(ctx_, "ALL:@SECLEVEL=0");
+    SSL_CTX_set_security_level(ctx, 0);
+    SSL_CTX_set_cipher_list(ctx, "ALL:@SECLEVEL=0");
     // No session tickets: after StopSession the host reads plain bytes, and a
     // ticket left unread would be taken for the next message.
-    SSL_CTX_set_num_tickets(ctx_, 0);
-    SSL_CTX_set_options(ctx_, SSL_OP_NO_TICKET);
+    SSL_CTX_set_num_tickets(ctx, 0);
+    SSL_CTX_set_options(ctx, SSL_OP_NO_TICKET);
 
     BIO* cbio = BIO_new_mem_buf(certPem.data(), static_cast<int>(certPem.size()));
     X509* cert = cbio ? PEM_read_bio_X509(cbio, nullptr, nullptr, nullptr) : nullptr;
@@ -52,15 +71,27 @@ bool TlsChannel::accept(int fd, const std::string& certPem, const std::string& k
     BIO* kbio = BIO_new_mem_buf(keyPem.data(), static_cast<int>(keyPem.size()));
     EVP_PKEY* key = kbio ? PEM_read_bio_PrivateKey(kbio, nullptr, nullptr, nullptr) : nullptr;
     BIO_free(kbio);
-    bool loaded = cert && key && SSL_CTX_use_certificate(ctx_, cert) == 1 &&
-                  SSL_CTX_use_PrivateKey(ctx_, key) == 1;
+    bool loaded = cert && key && SSL_CTX_use_certificate(ctx, cert) == 1 && SSL_CTX_use_PrivateKey(ctx, key) == 1;
     X509_free(cert);
     EVP_PKEY_free(key);
     if (!loaded) {
         error = "device certificate or key unusable";
-        release();
-        return false;
+        SSL_CTX_free(ctx);
+        return nullptr;
     }
+    if (contexts.size() < kMaxContexts) {
+        SSL_CTX_up_ref(ctx);  // the table's own reference
+        contexts.emplace(identity, ctx);
+    }
+    return ctx;
+}
+
+}  // namespace
+
+bool TlsChannel::accept(int fd, const std::string& certPem, const std::string& keyPem, std::string& error) {
+    release();
+    ctx_ = sharedContext(certPem, keyPem, error);
+    if (!ctx_) return false;
     ssl_ = SSL_new(ctx_);
     SSL_set_fd(ssl_, fd);
     // A host that starts a session but never shakes hands must not hold the
