@@ -8,6 +8,7 @@
 
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -243,6 +244,48 @@ TEST(Commands, TwoDevicesAnswerInterleavedCommands) {
         const bool six = udid == "a1b2c3d4e5f60718293a4b5c6d7e8f9012345678";
         EXPECT_STREQ(overview["ProductVersion"].GetString(), six ? "9.3.5" : "17.5.1") << udid;
     }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Commands, ManyCommandsAtOnceShareTheDevicesLockdownLinkAndEachGetsItsOwnWholeAnswer) {
+    // Sixteen overviews and a rename check sent without waiting: the pool
+    // runs them side by side on the one cached lockdown session. Each must
+    // come back whole and as its own, none mixed with another's reply.
+    ReadyDevice ready = startWith({e2e::profileDir("iphone13-ios17")});
+    ASSERT_FALSE(ready.udid.empty());
+    Worker& worker = *ready.worker;
+    std::set<uint64_t> tasks;
+    for (int i = 0; i < 16; ++i) {
+        const uint64_t task = worker.nextTaskId();
+        ASSERT_TRUE(worker.link.sendCommand(task, 300, e2e::commandJson(ready.udid)));
+        tasks.insert(task);
+    }
+    std::map<uint64_t, std::vector<Event>> byTask;
+    for (size_t done = 0; done < tasks.size();) {
+        auto event = worker.waitFor([&](const Event& e) { return tasks.count(e.frame.taskId) != 0; }, 60s);
+        ASSERT_TRUE(event) << done << " of " << tasks.size() << " answered";
+        byTask[event->frame.taskId].push_back(*event);
+        done += zparent::isFinalReport(*event);
+    }
+    std::string firstOverview;
+    for (uint64_t task : tasks) {
+        const std::vector<Event>& events = byTask[task];
+        ASSERT_EQ(events.size(), 3u) << "task " << task;
+        EXPECT_EQ(events.back().code, 0) << "task " << task;
+        auto overview = parse(events[0].tail);
+        ASSERT_TRUE(overview.IsObject()) << "task " << task;
+        EXPECT_STREQ(overview["UniqueDeviceID"].GetString(), ready.udid.c_str());
+        EXPECT_STREQ(overview["ProductVersion"].GetString(), "17.5.1");
+        if (firstOverview.empty()) firstOverview = events[0].tail;
+        EXPECT_EQ(events[0].tail, firstOverview) << "task " << task << " read other values";
+    }
+    // The link is still good for a command after the burst.
+    const std::vector<Event> after = worker.run(300, e2e::commandJson(ready.udid));
+    ASSERT_FALSE(after.empty());
+    EXPECT_EQ(after.back().code, 0);
 }
 
 }  // namespace
