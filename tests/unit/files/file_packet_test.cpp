@@ -28,6 +28,21 @@ FileHeader uploadTemplate(const std::shared_ptr<MemoryPieceStore>& store, const 
     return templ;
 }
 
+FileHeader downloadTemplate(const std::shared_ptr<MemoryPieceStore>& store, const std::string& path,
+                           int64_t pieceSize) {
+    FileHeader templ;
+    templ.connection = store;
+    templ.piece_size = pieceSize;
+    templ.path = path;
+    return templ;
+}
+
+std::string pattern(size_t size, int period) {
+    std::string bytes;
+    for (size_t i = 0; i < size; ++i) bytes += static_cast<char>('A' + i % period);
+    return bytes;
+}
+
 FilePacket pieceOf(const FilePiece& piece, std::string& bytes) {
     FilePacket packet;
     packet.id = piece.id;
@@ -87,15 +102,10 @@ TEST(FilePacketReader, OpensOnlyRealFilesAndReadsWithinThem) {
 }
 
 TEST(FilePacketReader, PiecesReadAheadInOrderOrAskedOutOfOrderAreTheFilesBytes) {
-    std::string bytes;
-    for (int i = 0; i < 4000; ++i) bytes += static_cast<char>('a' + i % 26);
+    const std::string bytes = pattern(4000, 26);
     auto store = storeWith("/big.bin", bytes);
-    FileHeader templ;
-    templ.connection = store;
-    templ.piece_size = 1024;
-    templ.path = "/big.bin";
     FilePacketReader reader;
-    ASSERT_TRUE(reader.open(templ));
+    ASSERT_TRUE(reader.open(downloadTemplate(store, "/big.bin", 1024)));
     unsigned char buffer[1024];
     auto readAt = [&](int64_t offset) {
         FilePacket packet;
@@ -117,15 +127,10 @@ TEST(FilePacketReader, PiecesReadAheadInOrderOrAskedOutOfOrderAreTheFilesBytes) 
 TEST(FilePacketReader, PiecesAskedInTheOrderOfTheirKeysAreEachReadFromTheDeviceOnce) {
     // 12 pieces: the parent asks 1, 10, 11, 12, 2, 3, ... and the piece read
     // ahead must be the one asked next, or every jump costs a second read.
-    std::string bytes;
-    for (int i = 0; i < 12 * 100 - 7; ++i) bytes += static_cast<char>('A' + i % 47);
+    const std::string bytes = pattern(12 * 100 - 7, 47);
     auto store = storeWith("/big.bin", bytes);
-    FileHeader templ;
-    templ.connection = store;
-    templ.piece_size = 100;
-    templ.path = "/big.bin";
     FilePacketReader reader;
-    ASSERT_TRUE(reader.open(templ));
+    ASSERT_TRUE(reader.open(downloadTemplate(store, "/big.bin", 100)));
     unsigned char buffer[100];
     std::string assembled(bytes.size(), '\0');
     for (const auto& [key, piece] : FilePieceMap(reader.pieces)) {
