@@ -5,6 +5,7 @@
 #include <rapidjson/writer.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -62,8 +63,9 @@ std::string encodeFrame(const Frame& frame) {
     putLittleEndian(out, frame.taskId);
     putLittleEndian(out, frame.commandType);
     putLittleEndian(out, frame.packetStatus);
-    putLittleEndian(out, static_cast<uint64_t>(frame.payload.size()));
+    putLittleEndian(out, static_cast<uint64_t>(frame.payload.size() + frame.tail.size()));
     out += frame.payload;
+    out += frame.tail;
     return out;
 }
 
@@ -113,18 +115,19 @@ bool parseEvent(Frame frame, Event& event) {
     event.hasInfo = info != document.MemberEnd();
     if (event.hasInfo) event.info = toJson(info->value);
 
+    // The tail was either received apart (a large frame) or follows the text.
+    const bool apart = !frame.tail.empty();
+    const std::string_view tail = apart ? std::string_view(frame.tail)
+                                        : std::string_view(payload).substr(std::min(payload.size(), secondNul + 1));
     if (event.type == 0) {
-        if (secondNul + 1 < payload.size()) {
-            std::string_view packed(payload.data() + secondNul + 1, payload.size() - secondNul - 1);
-            event.tailBroken = !inflateAll(packed, event.tail);
-        }
+        if (!tail.empty()) event.tailBroken = !inflateAll(tail, event.tail);
+    } else if (apart) {
+        event.tail = std::move(frame.tail);  // a file piece is taken over, not copied
     } else {
-        // A raw tail (a file piece) is most of the payload: it is taken over
-        // rather than copied.
-        event.tail = std::move(frame.payload);
-        event.tail.erase(0, secondNul + 1);
+        event.tail.assign(tail.data(), tail.size());
     }
     frame.payload.clear();
+    frame.tail.clear();
     event.frame = std::move(frame);
     return true;
 }

@@ -13,6 +13,10 @@ struct Frame {
     uint32_t commandType = 0;
     uint16_t packetStatus = 0;
     std::string payload;
+    // A large frame's bytes behind its text (version, NUL, JSON, NUL), when
+    // the reader received them into a block of their own: `payload` then
+    // ends at the text's NUL. Empty otherwise.
+    std::string tail;
 };
 
 // A worker event with its envelope taken apart. `tail` is inflated when the

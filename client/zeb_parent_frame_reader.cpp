@@ -8,6 +8,9 @@ namespace zparent {
 namespace {
 
 constexpr size_t kHeaderSize = 36;
+// The worker's text is at most 64 KiB; with the version and two NULs it
+// stands within this many bytes of the payload's start.
+constexpr size_t kTextRoom = 65536 + 16;
 // The worker's own reader checks these eight bytes and no more; so does this one.
 const char kMark[8] = {'k', 'C', 'o', 'm', 'm', 'a', 'n', 'd'};
 const char kHeart[8] = {0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16, 0x16};
@@ -20,7 +23,11 @@ uint64_t readLittleEndian(const char* at, size_t size) {
 
 }  // namespace
 
-char* FrameReader::room(size_t want) {
+char* FrameReader::room(size_t& want) {
+    if (fillingApart()) {
+        want = std::min(want, apart.tail.size() - apartFilled);
+        return apart.tail.data() + apartFilled;
+    }
     if (start == end) start = end = 0;
     if (bytes.size() - end < want && start > 0) {
         // Move the unread rest to the front before growing.
@@ -32,21 +39,69 @@ char* FrameReader::room(size_t want) {
     return bytes.data() + end;
 }
 
+void FrameReader::commit(size_t written) {
+    if (fillingApart()) apartFilled += written;
+    else end += written;
+}
+
 void FrameReader::append(const char* data, size_t length) {
-    memcpy(room(length), data, length);
-    commit(length);
+    // Bytes behind a tail received apart begin the next frame.
+    while (length > 0) {
+        size_t now = length;
+        char* into = room(now);  // may lower `now`: taken before it is read
+        memcpy(into, data, now);
+        commit(now);
+        data += now;
+        length -= now;
+    }
 }
 
 size_t FrameReader::missing() const {
+    if (receivingApart) return fillingApart() ? apart.tail.size() - apartFilled : 1;
     size_t have = end - start;
     if (have < kHeaderSize) return kHeaderSize - have;
     uint64_t payload = readLittleEndian(bytes.data() + start + 28, 8);
     if (payload > kMaxPayload) return 1;
+    // A large frame's text comes first, in a read of the usual size; its
+    // tail then goes to a block of its own.
+    if (payload >= kTailApartFrom && have - kHeaderSize < kTextRoom) return 1;
     return have < kHeaderSize + payload ? static_cast<size_t>(kHeaderSize + payload - have) : 1;
+}
+
+bool FrameReader::splitTail() {
+    const char* payload = bytes.data() + start + kHeaderSize;
+    const size_t buffered = end - start - kHeaderSize;
+    // Only where the text can stand: a frame without it is taken whole.
+    const size_t searched = std::min(buffered, kTextRoom);
+    const char* firstNul = static_cast<const char*>(memchr(payload, 0, searched));
+    const char* secondNul =
+        firstNul ? static_cast<const char*>(memchr(firstNul + 1, 0, searched - (firstNul + 1 - payload))) : nullptr;
+    if (!secondNul) return false;
+    const char* at = bytes.data() + start;
+    const size_t text = static_cast<size_t>(secondNul + 1 - payload);
+    const size_t whole = static_cast<size_t>(readLittleEndian(at + 28, 8));
+    apart.taskId = readLittleEndian(at + 14, 8);
+    apart.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
+    apart.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));
+    apart.payload.assign(payload, text);
+    apart.tail.resize(whole - text);
+    apartFilled = buffered - text;  // the frame is not whole, so this is less than the tail
+    memcpy(apart.tail.data(), secondNul + 1, apartFilled);
+    start = end;
+    receivingApart = true;
+    return true;
 }
 
 FrameReader::Step FrameReader::take(Frame& frame) {
     if (isBroken) return Step::broken;
+    if (receivingApart) {
+        if (apartFilled < apart.tail.size()) return Step::needMore;
+        frame = std::move(apart);
+        apart = Frame();
+        apartFilled = 0;
+        receivingApart = false;
+        return Step::frame;
+    }
     while (end - start >= sizeof kHeart && memcmp(bytes.data() + start, kHeart, sizeof kHeart) == 0)
         start += sizeof kHeart;
     const size_t have = end - start;
@@ -65,7 +120,10 @@ FrameReader::Step FrameReader::take(Frame& frame) {
         isBroken = true;
         return Step::broken;
     }
-    if (have < kHeaderSize + payload) return Step::needMore;
+    if (have < kHeaderSize + payload) {
+        if (payload >= kTailApartFrom) splitTail();
+        return Step::needMore;
+    }
     frame.taskId = readLittleEndian(at + 14, 8);
     frame.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
     frame.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));

@@ -130,8 +130,9 @@ bool ParentLink::fill(std::chrono::steady_clock::time_point deadline) {
     int ready = poll(&waiting, 1, msUntil(deadline));
     if (ready <= 0) return false;
     // A large frame is received in one go where the socket has it.
-    const size_t want = std::min<size_t>(std::max<size_t>(reader.missing(), kReceiveBlock), kLargestReceive);
-    ssize_t got = recv(connection, reader.room(want), want, 0);
+    size_t want = std::min<size_t>(std::max<size_t>(reader.missing(), kReceiveBlock), kLargestReceive);
+    char* into = reader.room(want);
+    ssize_t got = recv(connection, into, want, 0);
     if (got <= 0) {
         linkClosed = true;
         return false;

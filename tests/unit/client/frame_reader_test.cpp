@@ -8,6 +8,8 @@
 
 #include <zlib.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -135,4 +137,62 @@ TEST(ParentEvent, TailsComeRawOrInflatedAndABrokenOneIsFlagged) {
     Frame noEnvelope;
     noEnvelope.payload = std::string("1\0[1]\0", 6);
     EXPECT_FALSE(zparent::parseEvent(noEnvelope, bad));
+}
+
+TEST(ParentFrameReader, ALargeFramesTailIsReceivedApartAndTheFramesBehindItComeOutWhole) {
+    std::string piece(3 * 1024 * 1024 + 5, '\0');
+    for (size_t i = 0; i < piece.size(); ++i) piece[i] = static_cast<char>(i * 131 >> 3);
+    std::string listing(400000, 'x');  // a large deflated tail
+    for (size_t i = 0; i < listing.size(); i += 7) listing[i] = static_cast<char>('a' + i % 26);
+    Frame raw, packed, small, noText;
+    raw.taskId = 9;
+    raw.payload = eventPayload(R"({"stage":2,"code":0,"uuid":"U","type":1,"info":{"id":3}})", piece);
+    packed.taskId = 10;
+    packed.payload = eventPayload(R"({"stage":0,"code":0,"uuid":"U","type":0})", deflated(listing));
+    small.taskId = 11;
+    small.payload = eventPayload(R"({"stage":3,"code":0,"uuid":"U","type":0})", "");
+    noText.taskId = 12;
+    noText.payload = std::string(300000, 'n');  // no NUL where a text would end
+    const std::string stream = zparent::encodeFrame(raw) + kHeart + zparent::encodeFrame(packed) +
+                               zparent::encodeFrame(noText) + zparent::encodeFrame(small);
+
+    auto check = [&](std::vector<Frame> frames, const std::string& how) {
+        ASSERT_EQ(frames.size(), 4u) << how;
+        EXPECT_FALSE(frames[0].tail.empty()) << how << ": the piece was not received apart";
+        EXPECT_EQ(frames[2].payload, noText.payload) << how;
+        Event first, second, last;
+        ASSERT_TRUE(zparent::parseEvent(std::move(frames[0]), first)) << how;
+        EXPECT_EQ(first.info, R"({"id":3})") << how;
+        EXPECT_TRUE(first.tail == piece) << how;
+        ASSERT_TRUE(zparent::parseEvent(std::move(frames[1]), second)) << how;
+        EXPECT_FALSE(second.tailBroken) << how;
+        EXPECT_TRUE(second.tail == listing) << how;
+        ASSERT_TRUE(zparent::parseEvent(std::move(frames[3]), last)) << how;
+        EXPECT_EQ(last.frame.taskId, 11u) << how;
+        EXPECT_EQ(last.stage, 3) << how;
+    };
+    // Received as the link does: at most what the reader asks for, in
+    // reads that a socket may cut shorter.
+    for (size_t cut : {1u, 4093u, 65536u, 1u << 22}) {
+        FrameReader reader;
+        std::vector<Frame> frames;
+        for (size_t at = 0; at < stream.size();) {
+            size_t want = std::min<size_t>(std::max<size_t>(reader.missing(), 65536), 4u << 20);
+            char* into = reader.room(want);
+            const size_t now = std::min({want, cut, stream.size() - at});
+            memcpy(into, stream.data() + at, now);
+            reader.commit(now);
+            at += now;
+            for (Frame& frame : readAll(reader)) frames.push_back(std::move(frame));
+        }
+        check(std::move(frames), "received in reads of at most " + std::to_string(cut));
+    }
+    // Handed over in pieces that run past a tail into what follows it.
+    FrameReader reader;
+    std::vector<Frame> frames;
+    for (size_t at = 0; at < stream.size(); at += 100003) {
+        reader.append(stream.data() + at, std::min<size_t>(100003, stream.size() - at));
+        for (Frame& frame : readAll(reader)) frames.push_back(std::move(frame));
+    }
+    check(std::move(frames), "appended");
 }
