@@ -85,69 +85,93 @@ static void print_all_fields(plist_t seen) {
     free(it);
 }
 
-static int read_all(const char* data_class, enum output output) {
-    struct timespec t0, t_records;
-    clock_gettime(CLOCK_MONOTONIC, &t0);
+/* What one exchange needs beside its client and its reading. */
+struct exchange {
+    const char* data_class;
+    const char* device_anchor;
+    const char* first;
+    const char* last;
+    enum output output;
+};
+
+typedef int (*exchange_fn)(mobilesync_client_t client, struct reading* r, const struct exchange* x);
+
+/* Runs one exchange on a fresh client. However it ends, the client and the
+ * reading are given back: the leak checker watches these tools as well. */
+static int on_fresh_client(int full, exchange_fn run, const struct exchange* x) {
     mobilesync_client_t client = connect_sync();
     if (!client) return fail("mobilesync did not start");
-    mobilesync_sync_type_t type = 0;
+    struct reading r;
+    reading_init(&r, full);
+    const int rc = run(client, &r, x);
+    /* A session that ended early is cancelled, which gives back what the
+     * library holds for it (without a session this does nothing). */
+    if (rc) mobilesync_cancel(client, "the host gave up");
+    reading_free(&r);
+    mobilesync_client_free(client);
+    return rc;
+}
+
+/* A start that fails gives back the device's reason as well. */
+static int start_or_fail(mobilesync_client_t client, const char* data_class, const char* device_anchor,
+                         uint64_t version, mobilesync_sync_type_t* type) {
     char* error = NULL;
-    mobilesync_error_t e = start_session(client, data_class, NULL, host_version(data_class), &type, &error);
-    if (e != MOBILESYNC_E_SUCCESS) return failed(error ? error : "start", e);
+    mobilesync_error_t e = start_session(client, data_class, device_anchor, version, type, &error);
+    int rc = e == MOBILESYNC_E_SUCCESS ? 0 : failed(error ? error : "start", e);
+    free(error);
+    return rc;
+}
+
+/* Reads every page; a session the host stops reading is cancelled, not
+ * just dropped, so the library gives back what it holds for it. */
+static int read_pages(mobilesync_client_t client, struct reading* r) {
+    if (!receive_pages(client, r)) return 0;
+    mobilesync_cancel(client, "the host stopped reading");
+    return 1;
+}
+
+static int read_all_on(mobilesync_client_t client, struct reading* r, const struct exchange* x) {
+    struct timespec t0, t_records;
+    clock_gettime(CLOCK_MONOTONIC, &t0);
+    mobilesync_sync_type_t type = 0;
+    if (start_or_fail(client, x->data_class, NULL, host_version(x->data_class), &type)) return 1;
     if (type != MOBILESYNC_SYNC_TYPE_SLOW) return fail("a first sync that is not slow");
     clock_gettime(CLOCK_MONOTONIC, &t_records);
+    mobilesync_error_t e;
     if ((e = mobilesync_get_all_records_from_device(client)) != MOBILESYNC_E_SUCCESS) return failed("get all", e);
-    struct reading r;
-    reading_init(&r, 1);
-    r.list = output == LIST;
-    if (receive_pages(client, &r)) {
-        /* A session that is cancelled, not just dropped, gives back what the
-         * library holds for it. */
-        reading_free(&r);
-        mobilesync_cancel(client, "the host stopped reading");
-        mobilesync_client_free(client);
-        return 1;
-    }
+    r->list = x->output == LIST;
+    if (read_pages(client, r)) return 1;
     const double records_time = seconds_since(&t_records);
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready to receive", e);
     if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish", e);
-    mobilesync_client_free(client);
-    if (output == COUNTS)
-        printf("records %u pages %u parents %u children %u\n", r.records, r.pages, r.parents, r.children);
-    for (unsigned i = 0; output == ENTITIES && i < r.kinds; ++i) printf("%s %u\n", r.entity[i], r.count[i]);
-    if (output == FIELDS) print_all_fields(r.seen);
+    if (x->output == COUNTS)
+        printf("records %u pages %u parents %u children %u\n", r->records, r->pages, r->parents, r->children);
+    for (unsigned i = 0; x->output == ENTITIES && i < r->kinds; ++i) printf("%s %u\n", r->entity[i], r->count[i]);
+    if (x->output == FIELDS) print_all_fields(r->seen);
     fprintf(stderr, "read took %.3f s, %.3f s of it for the records\n", seconds_since(&t0), records_time);
-    reading_free(&r);
     return 0;
+}
+
+static int read_all(const char* data_class, enum output output) {
+    const struct exchange x = {.data_class = data_class, .output = output};
+    return on_fresh_client(1, read_all_on, &x);
 }
 
 /* Reads all, then sends a contact and its phone number, the phone linked
  * by the host's id for the contact. */
-static int add(const char* first, const char* last) {
-    mobilesync_client_t client = connect_sync();
-    if (!client) return fail("mobilesync did not start");
+static int add_on(mobilesync_client_t client, struct reading* r, const struct exchange* x) {
     mobilesync_sync_type_t type = 0;
-    char* error = NULL;
-    mobilesync_error_t e = start_session(client, CONTACTS, NULL, 106, &type, &error);
-    if (e != MOBILESYNC_E_SUCCESS) return failed(error ? error : "start", e);
+    if (start_or_fail(client, CONTACTS, NULL, 106, &type)) return 1;
+    mobilesync_error_t e;
     if ((e = mobilesync_get_all_records_from_device(client)) != MOBILESYNC_E_SUCCESS) return failed("get all", e);
-    struct reading r;
-    reading_init(&r, 1);
-    if (receive_pages(client, &r)) {
-        /* A session that is cancelled, not just dropped, gives back what the
-         * library holds for it. */
-        reading_free(&r);
-        mobilesync_cancel(client, "the host stopped reading");
-        mobilesync_client_free(client);
-        return 1;
-    }
+    if (read_pages(client, r)) return 1;
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready to receive", e);
 
     plist_t contact = new_record("com.apple.contacts.Contact");
-    plist_dict_set_item(contact, "first name", plist_new_string(first));
-    plist_dict_set_item(contact, "last name", plist_new_string(last));
+    plist_dict_set_item(contact, "first name", plist_new_string(x->first));
+    plist_dict_set_item(contact, "last name", plist_new_string(x->last));
     plist_dict_set_item(contact, "display as company", plist_new_string("person"));
     char* contact_id = send_one(client, "HOST-CONTACT-1", contact, "com.apple.contacts.Contact", 0);
     if (!contact_id) return fail("no device id for the new contact");
@@ -156,35 +180,43 @@ static int add(const char* first, const char* last) {
     plist_dict_set_item(phone, "value", plist_new_string("+1 555 0199 0000"));
     plist_dict_set_item(phone, "contact", one_link("HOST-CONTACT-1"));
     char* phone_id = send_one(client, "HOST-PHONE-1", phone, "com.apple.contacts.Phone Number", 1);
-    if (!phone_id) return fail("no device id for a phone linked by the host's contact id");
-
-    if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish", e);
-    printf("contact %s phone %s\n", contact_id, phone_id);
-    mobilesync_client_free(client);
-    reading_free(&r);
+    int rc = 0;
+    if (!phone_id) rc = fail("no device id for a phone linked by the host's contact id");
+    else if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) rc = failed("finish", e);
+    else printf("contact %s phone %s\n", contact_id, phone_id);
     free(contact_id);
     free(phone_id);
+    return rc;
+}
+
+static int add(const char* first, const char* last) {
+    const struct exchange x = {.first = first, .last = last};
+    return on_fresh_client(1, add_on, &x);
+}
+
+static int clear_on(mobilesync_client_t client, struct reading* r, const struct exchange* x) {
+    (void)r;
+    mobilesync_sync_type_t type = 0;
+    if (start_or_fail(client, x->data_class, NULL, host_version(x->data_class), &type)) return 1;
+    mobilesync_error_t e;
+    if ((e = mobilesync_clear_all_records_on_device(client)) != MOBILESYNC_E_SUCCESS) return failed("clear", e);
+    if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish", e);
     return 0;
 }
 
 static int clear(const char* data_class) {
-    mobilesync_client_t client = connect_sync();
-    if (!client) return fail("mobilesync did not start");
-    mobilesync_sync_type_t type = 0;
-    char* error = NULL;
-    mobilesync_error_t e = start_session(client, data_class, NULL, host_version(data_class), &type, &error);
-    if (e != MOBILESYNC_E_SUCCESS) return failed(error ? error : "start", e);
-    if ((e = mobilesync_clear_all_records_on_device(client)) != MOBILESYNC_E_SUCCESS) return failed("clear", e);
-    if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish", e);
-    mobilesync_client_free(client);
-    return 0;
+    const struct exchange x = {.data_class = data_class};
+    return on_fresh_client(1, clear_on, &x);
 }
 
 static int anchor(void) {
     mobilesync_client_t client = connect_sync();
     if (!client) return fail("mobilesync did not start");
     char* anchor = raw_session(client, CONTACTS);
-    if (!anchor) return fail("session");
+    if (!anchor) {
+        mobilesync_client_free(client);
+        return fail("session");
+    }
     printf("%s\n", anchor);
     free(anchor);
     mobilesync_client_free(client);
@@ -193,58 +225,55 @@ static int anchor(void) {
 
 /* A contacts session with the given device anchor: the changes come in
  * two pages whatever the sync type, parents then children. */
-static int changes(const char* device_anchor) {
-    mobilesync_client_t client = connect_sync();
-    if (!client) return fail("mobilesync did not start");
+static int changes_on(mobilesync_client_t client, struct reading* r, const struct exchange* x) {
     mobilesync_sync_type_t type = 0;
-    char* error = NULL;
-    mobilesync_error_t e = start_session(client, CONTACTS, device_anchor, 106, &type, &error);
-    if (e != MOBILESYNC_E_SUCCESS) return failed(error ? error : "start", e);
+    if (start_or_fail(client, CONTACTS, x->device_anchor, 106, &type)) return 1;
+    mobilesync_error_t e;
     if ((e = mobilesync_get_changes_from_device(client)) != MOBILESYNC_E_SUCCESS) return failed("get changes", e);
-    struct reading r;
-    reading_init(&r, 0);
-    if (receive_pages(client, &r)) {
-        /* A session that is cancelled, not just dropped, gives back what the
-         * library holds for it. */
-        reading_free(&r);
-        mobilesync_cancel(client, "the host stopped reading");
-        mobilesync_client_free(client);
-        return 1;
-    }
-    if (r.pages != 2) return failed("pages of contact changes", (int)r.pages);
+    if (read_pages(client, r)) return 1;
+    if (r->pages != 2) return failed("pages of contact changes", (int)r->pages);
     if ((e = mobilesync_ready_to_send_changes_from_computer(client)) != MOBILESYNC_E_SUCCESS)
         return failed("ready after changes", e);
     if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish", e);
-    printf("%s parents %u children %u\n", type == MOBILESYNC_SYNC_TYPE_FAST ? "fast" : "slow", r.parents, r.children);
-    mobilesync_client_free(client);
-    reading_free(&r);
+    printf("%s parents %u children %u\n", type == MOBILESYNC_SYNC_TYPE_FAST ? "fast" : "slow", r->parents, r->children);
     return 0;
+}
+
+static int changes(const char* device_anchor) {
+    const struct exchange x = {.device_anchor = device_anchor};
+    return on_fresh_client(0, changes_on, &x);
 }
 
 static int expect_refusal(mobilesync_client_t client, const char* data_class, uint64_t version, const char* reason) {
     mobilesync_sync_type_t type = 0;
     char* error = NULL;
     mobilesync_error_t e = start_session(client, data_class, NULL, version, &type, &error);
-    if (e != MOBILESYNC_E_SYNC_REFUSED) return failed(data_class, e);
-    if (!error || strcmp(error, reason) != 0) return fail(error ? error : "a refusal without a reason");
+    int rc = 0;
+    if (e != MOBILESYNC_E_SYNC_REFUSED) rc = failed(data_class, e);
+    else if (!error || strcmp(error, reason) != 0) rc = fail(error ? error : "a refusal without a reason");
     free(error);
+    if (rc) return rc;
     /* The host still finishes the class it asked for. */
     if ((e = mobilesync_finish(client)) != MOBILESYNC_E_SUCCESS) return failed("finish after a refusal", e);
     return 0;
 }
 
-static int refusals(void) {
-    mobilesync_client_t client = connect_sync();
-    if (!client) return fail("mobilesync did not start");
+static int refusals_on(mobilesync_client_t client, struct reading* r, const struct exchange* x) {
+    (void)r;
+    (void)x;
     const char* no_store = "No Data Store available for data class";
     if (expect_refusal(client, "com.apple.MailAccounts", 102, no_store) ||
         expect_refusal(client, "com.example.Nothing", 100, no_store) ||
         expect_refusal(client, CONTACTS, 0,
                        "Your computer's software is out of date. Please update and try again!"))
         return 1;
-    mobilesync_client_free(client);
     printf("refusals ok\n");
     return 0;
+}
+
+static int refusals(void) {
+    const struct exchange x = {0};
+    return on_fresh_client(0, refusals_on, &x);
 }
 
 /* Whether `name` is one of the full reads, and what it prints. */
