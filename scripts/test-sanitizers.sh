@@ -48,7 +48,7 @@ if [ "$which" = tsan ] || [ "$which" = both ]; then
     # The worker's channels and their threads live as long as the process
     # and are never joined, by design; a thread that ends with its socket is
     # not a leak worth a report.
-    export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:report_thread_leaks=0:log_path=$reports/tsan"
+    export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:report_thread_leaks=0:suppressions=$root/scripts/tsan.supp:log_path=$reports/tsan"
     (cd "$build" && ctest --output-on-failure --timeout 600 -j"$(nproc)" \
         -R "ThreadPool|Hub|Channel|Frame|DeviceEvents|Commands\.|Provider|provider") || status=1
     reports_clean "$reports" || status=1
