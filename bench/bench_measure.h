@@ -3,12 +3,15 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -28,6 +31,25 @@ inline double peakMegabytes(pid_t pid) {
     while (std::getline(status, line))
         if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024.0;
     return -1;
+}
+
+// CPU seconds a process has used so far, all its threads, user and system
+// (from /proc, in the kernel's clock ticks); -1 when it cannot be read.
+inline double processCpuSeconds(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    // The command name may hold blanks; the fields are counted after it.
+    const size_t close = text.rfind(')');
+    if (close == std::string::npos) return -1;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    double user = -1, system = -1;
+    for (int index = 3; fields >> field && index <= 15; ++index) {
+        if (index == 14) user = std::atof(field.c_str());
+        if (index == 15) system = std::atof(field.c_str());
+    }
+    const long ticks = sysconf(_SC_CLK_TCK);
+    return user < 0 || system < 0 || ticks <= 0 ? -1 : (user + system) / static_cast<double>(ticks);
 }
 
 inline double median(std::vector<double> values) {

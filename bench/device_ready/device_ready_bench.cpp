@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 using namespace std::chrono;
@@ -57,8 +56,8 @@ int main() {
         fprintf(stderr, "device_ready_bench: ideviceinfo is not installed\n");
         return 1;
     }
-    printf("%-8s %14s %18s %8s %10s %11s\n", "devices", "ready (s)", "ideviceinfo (s)", "ratio", "cores busy",
-           "ms/device");
+    printf("%-8s %14s %18s %8s %10s %11s %8s %8s\n", "devices", "ready (s)", "ideviceinfo (s)", "ratio", "cores busy",
+           "ms/device", "sim", "worker");
     double oneDevice = 0;
     for (int count : {1, 8, 32}) {
         e2e::Simulator sim;
@@ -87,6 +86,8 @@ int main() {
             return 1;
         }
         MachineBusy busy;
+        const double simBefore = processCpuSeconds(sim.processId());
+        const double workerBefore = processCpuSeconds(worker.link.workerPid());
         auto start = steady_clock::now();
         for (const std::string& udid : udids) sim.control("attach " + udid);
         for (const std::string& udid : udids) {
@@ -96,12 +97,16 @@ int main() {
             }
         }
         double ready = secondsSince(start);
-        // Core time per device, the simulator's and the worker's together:
-        // when the cores were busy throughout, this is what bounds a row.
+        // Core time per device, the simulator's and the worker's together
+        // (from their own accounts, in 10 ms ticks: too coarse for one
+        // device). With the cores busy throughout, this bounds the row.
         const double busyShare = busy.share();
-        const double cores = static_cast<double>(std::thread::hardware_concurrency());
-        printf("%-8d %14.3f %18.3f %8.2f %9.0f%% %11.2f\n", count, ready, stock, stock > 0 ? ready / stock : 0.0,
-               100 * busyShare, 1000 * busyShare * cores * ready / count);
+        const double simCpu = processCpuSeconds(sim.processId()) - simBefore;
+        const double workerCpu = processCpuSeconds(worker.link.workerPid()) - workerBefore;
+        auto perDevice = [&](double seconds) { return count > 1 ? 1000 * seconds / count : 0.0; };
+        printf("%-8d %14.3f %18.3f %8.2f %9.0f%% %11.2f %8.2f %8.2f\n", count, ready, stock,
+               stock > 0 ? ready / stock : 0.0, 100 * busyShare, perDevice(simCpu + workerCpu), perDevice(simCpu),
+               perDevice(workerCpu));
         fflush(stdout);
         if (count == 1) {
             oneDevice = ready;

@@ -23,6 +23,7 @@ public:
     explicit Simulator(const std::vector<std::string>& extraArgs = {});
     ~Simulator();
     bool ready() const { return pid > 0; }
+    pid_t processId() const { return pid; }
     const std::string& socketPath() const { return socket; }
     // One control command; the answer line ("ok ..." or "error: ...").
     std::string control(const std::string& command);
