@@ -14,9 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <sstream>
-#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -59,24 +56,6 @@ WorkerRead listThroughWorker(e2e::Worker& worker) {
     return read;
 }
 
-// CPU seconds the process has used so far (user and system).
-double cpuSeconds(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const size_t close = text.rfind(')');
-    if (close == std::string::npos) return -1;
-    std::istringstream fields(text.substr(close + 2));
-    std::string field;
-    double ticks = 0;
-    for (int index = 3; fields >> field; ++index) {
-        if (index == 14 || index == 15) ticks += std::atof(field.c_str());
-        if (index == 15) break;
-    }
-    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
-// The worker's peak resident size so far, in MB.
-
 
 }  // namespace
 
@@ -94,9 +73,9 @@ int main() {
         DirectRead reference = readAllRecords(kUdid, "com.apple.Contacts");
         const double directSeconds = std::chrono::duration<double>(Clock::now() - start).count();
         if (!reference.ok) return fprintf(stderr, "direct read failed: %s\n", reference.error.c_str()), 1;
-        const double cpuBefore = cpuSeconds(worker.link.workerPid());
+        const double cpuBefore = processCpuSeconds(worker.link.workerPid());
         WorkerRead read = listThroughWorker(worker);
-        const double workerCpu = cpuSeconds(worker.link.workerPid()) - cpuBefore;
+        const double workerCpu = processCpuSeconds(worker.link.workerPid()) - cpuBefore;
         if (read.seconds < 0) return fprintf(stderr, "the worker's listing failed\n"), 1;
         printf("round %d: direct %.3f s (%zu records, %zu pages), worker %.3f s (%lld contacts; device read done "
                "at %.3f s, last event %.3f s; worker CPU %.2f s)\n",
