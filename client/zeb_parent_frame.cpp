@@ -55,15 +55,22 @@ std::string toJson(const rapidjson::Value& value) {
     return buffer.GetString();
 }
 
+// The 36-byte header: mark, six fixed bytes, the three fields, the length.
+std::string frameHeader(uint64_t taskId, uint32_t commandType, uint16_t packetStatus, uint64_t payloadLength) {
+    std::string out = "kCommand";
+    out.append("\x01\x02\x03\x04\x05\x06", 6);
+    putLittleEndian(out, taskId);
+    putLittleEndian(out, commandType);
+    putLittleEndian(out, packetStatus);
+    putLittleEndian(out, payloadLength);
+    return out;
+}
+
 }  // namespace
 
 std::string encodeFrame(const Frame& frame) {
-    std::string out = "kCommand";
-    out.append("\x01\x02\x03\x04\x05\x06", 6);
-    putLittleEndian(out, frame.taskId);
-    putLittleEndian(out, frame.commandType);
-    putLittleEndian(out, frame.packetStatus);
-    putLittleEndian(out, static_cast<uint64_t>(frame.payload.size() + frame.tail.size()));
+    std::string out =
+        frameHeader(frame.taskId, frame.commandType, frame.packetStatus, frame.payload.size() + frame.tail.size());
     out += frame.payload;
     out += frame.tail;
     return out;
@@ -71,13 +78,7 @@ std::string encodeFrame(const Frame& frame) {
 
 std::string encodeCommandHead(uint64_t taskId, uint32_t commandType, const std::string& json, uint64_t tailLength,
                               uint16_t packetStatus) {
-    std::string out = "kCommand";
-    out.reserve(36 + json.size() + 3);
-    out.append("\x01\x02\x03\x04\x05\x06", 6);
-    putLittleEndian(out, taskId);
-    putLittleEndian(out, commandType);
-    putLittleEndian(out, packetStatus);
-    putLittleEndian(out, static_cast<uint64_t>(json.size() + 3 + tailLength));
+    std::string out = frameHeader(taskId, commandType, packetStatus, json.size() + 3 + tailLength);
     out.append("1", 1).push_back('\0');
     out += json;
     out.push_back('\0');

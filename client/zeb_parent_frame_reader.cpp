@@ -21,6 +21,13 @@ uint64_t readLittleEndian(const char* at, size_t size) {
     return value;
 }
 
+// The three fields of the header at `at` (its mark already checked).
+void readHeaderFields(const char* at, Frame& frame) {
+    frame.taskId = readLittleEndian(at + 14, 8);
+    frame.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
+    frame.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));
+}
+
 }  // namespace
 
 char* FrameReader::room(size_t& want) {
@@ -80,9 +87,7 @@ bool FrameReader::splitTail() {
     const char* at = bytes.data() + start;
     const size_t text = static_cast<size_t>(secondNul + 1 - payload);
     const size_t whole = static_cast<size_t>(readLittleEndian(at + 28, 8));
-    apart.taskId = readLittleEndian(at + 14, 8);
-    apart.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
-    apart.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));
+    readHeaderFields(at, apart);
     apart.payload.assign(payload, text);
     apart.tail.resize(whole - text);
     apartFilled = buffered - text;  // the frame is not whole, so this is less than the tail
@@ -124,9 +129,7 @@ FrameReader::Step FrameReader::take(Frame& frame) {
         if (payload >= kTailApartFrom) splitTail();
         return Step::needMore;
     }
-    frame.taskId = readLittleEndian(at + 14, 8);
-    frame.commandType = static_cast<uint32_t>(readLittleEndian(at + 22, 4));
-    frame.packetStatus = static_cast<uint16_t>(readLittleEndian(at + 26, 2));
+    readHeaderFields(at, frame);
     frame.payload.assign(at + kHeaderSize, static_cast<size_t>(payload));
     start += kHeaderSize + static_cast<size_t>(payload);
     return Step::frame;

@@ -392,15 +392,16 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
     const int64_t pieceCount = (result.size + kPieceSize - 1) / kPieceSize;
     for (int64_t id = 1; id <= pieceCount; ++id) askOrder.emplace(std::to_string(id), id);
     struct LocalPiece {
-        int64_t offset = -1;
-        int64_t length = 0;
+        int64_t offset = -1;  // -1 until a read succeeded
         std::vector<char> bytes;
+        bool holds(int64_t at, int64_t length) const {
+            return offset == at && bytes.size() == static_cast<size_t>(length);
+        }
     };
     LocalPiece now, ahead;
     auto readLocal = [&](LocalPiece& piece, int64_t offset, int64_t length) {
         piece.bytes.resize(static_cast<size_t>(length));
         piece.offset = pread(fd, piece.bytes.data(), piece.bytes.size(), offset) == length ? offset : -1;
-        piece.length = length;
         return piece.offset == offset;
     };
     bool first = true;
@@ -433,7 +434,7 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
             first = false;
             if (options.progress) options.progress(offset, result.size);
         }
-        if (ahead.offset == offset && ahead.length == length) std::swap(now, ahead);
+        if (ahead.holds(offset, length)) std::swap(now, ahead);
         else if (!readLocal(now, offset, length)) {
             ::close(fd);
             result.error = "reading the local file failed";
