@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
         if (linkLegSeconds(fileSize, 2u << 20) < 0) pushed = false;
     });
     printf("703 push bound: the parent-to-worker leg alone %.2f s; in turn with the direct write (%.2f s) the ratio "
-           "is at most %.2f\n",
+           "comes to about %.2f (the parent reads ahead, so a run can beat it)\n",
            linkLeg.seconds, directPush.seconds, directPush.seconds / (linkLeg.seconds + directPush.seconds));
     printf("701 tree of %d files: worker %.2f s, direct AFC %.2f s (%lld files), ratio %.2f%s\n", treeFiles, workerTree,
            directTree, static_cast<long long>(directFiles), directTree / workerTree, copied.code == 0 ? "" : " [FAILED]");
