@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,6 +29,19 @@ constexpr size_t kLargestReceive = 4 * 1024 * 1024;
 int msUntil(std::chrono::steady_clock::time_point deadline) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     return left < 0 ? 0 : static_cast<int>(left);
+}
+
+// Sleeps until the process ends or the deadline passes. A process descriptor
+// wakes us the moment it ends; where the kernel has none, a short nap stands in.
+void sleepUntilEnded(pid_t process, std::chrono::steady_clock::time_point deadline) {
+    int handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    if (handle < 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(msUntil(deadline), 5)));
+        return;
+    }
+    pollfd ended{handle, POLLIN, 0};
+    poll(&ended, 1, msUntil(deadline));
+    close(handle);
 }
 
 }  // namespace
@@ -192,7 +206,7 @@ bool ParentLink::waitWorkerExit(std::chrono::milliseconds timeout, int* status) 
             return true;
         }
         if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        sleepUntilEnded(worker, deadline);
     }
 }
 

@@ -1,5 +1,5 @@
 # Where an installed Zebrelo puts its files, and the .deb that carries them.
-# The worker looks for the provider beside itself and then in
+# The worker looks for the provider (and the download module) beside itself and then in
 # ../lib/zebrelo/, so the installed tree works from any prefix.
 # Installing (and packing) takes what is built: it doesn't build everything
 # (the test and fuzz programs too) first. Build with scripts/build.sh.
@@ -11,6 +11,9 @@ foreach(program zebrelo zebrelo-ctl zebrelo-sim)
 endforeach()
 if(TARGET zebrelo-mobiledevice)
   install(TARGETS zebrelo-mobiledevice LIBRARY DESTINATION lib/zebrelo)
+endif()
+if(TARGET zebrelo-download)
+  install(TARGETS zebrelo-download LIBRARY DESTINATION lib/zebrelo)
 endif()
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION share/doc/zebrelo)
 install(FILES ${PROJECT_SOURCE_DIR}/sim/README.md DESTINATION share/doc/zebrelo RENAME README.simulator.md)

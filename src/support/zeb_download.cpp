@@ -1,9 +1,12 @@
-// Downloads over libcurl's easy interface, one handle per call.
+// Downloads through the download module, loaded on the first request.
 #include "zeb_download.h"
 
 #include "zeb_paths.h"
 
-#include <curl/curl.h>
+#include "zeb_download_module.h"
+
+#include <dlfcn.h>
+#include <glog/logging.h>
 
 #include <chrono>
 #include <filesystem>
@@ -14,31 +17,46 @@ namespace zeb {
 
 namespace {
 
-struct EasyCleanup {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+// The module, bound once on the first download; null entries when it can't
+// be found or loaded (the calls then fail as libcurl's set-up would).
+struct DownloadModule {
+    ZebreloRemoteFileSize remoteFileSize = nullptr;
+    ZebreloFetchUrl fetchUrl = nullptr;
 };
-using Easy = std::unique_ptr<CURL, EasyCleanup>;
 
-// Common settings: only web protocols (URLs may come from package metadata),
-// no signals (pool threads), and limits so that a silent server can't hold
-// the caller for ever.
-void commonOptions(CURL* curl, const std::string& url) {
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 30L);
-    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, 60L);
+const DownloadModule& module() {
+    static DownloadModule bound;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const auto beside = exeFolder();
+        const std::string candidates[] = {
+            (beside / ZEBRELO_DOWNLOAD_MODULE).string(),
+            (beside / ".." / "lib" / "zebrelo" / ZEBRELO_DOWNLOAD_MODULE).lexically_normal().string(),
+            ZEBRELO_DOWNLOAD_MODULE,  // the dynamic linker's own search
+        };
+        for (const auto& candidate : candidates) {
+            bool bareName = candidate.find('/') == std::string::npos;
+            std::error_code missing;
+            if (!bareName && !std::filesystem::exists(candidate, missing)) continue;
+            void* library = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+            if (!library) {
+                LOG(WARNING) << "download module " << candidate << " did not load: " << dlerror();
+                continue;
+            }
+            bound.remoteFileSize = reinterpret_cast<ZebreloRemoteFileSize>(dlsym(library, "zebrelo_remote_file_size"));
+            bound.fetchUrl = reinterpret_cast<ZebreloFetchUrl>(dlsym(library, "zebrelo_fetch_url"));
+            return;
+        }
+        LOG(WARNING) << "no download module (" << ZEBRELO_DOWNLOAD_MODULE << ") was found";
+    });
+    return bound;
 }
 
-// The certificate step: a bundle shipped beside the executable wins; without
-// it the system's CA store checks the peer.
-void certificateStep(CURL* curl) {
+// A bundle shipped beside the executable wins over the system's CA store.
+std::string caBundle() {
     auto bundle = exeFolder() / "curl-ca-bundle.crt";
     std::error_code error;
-    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-    if (std::filesystem::exists(bundle, error)) curl_easy_setopt(curl, CURLOPT_CAINFO, bundle.c_str());
+    return std::filesystem::exists(bundle, error) ? bundle.string() : std::string();
 }
 
 int64_t steadySeconds() {
@@ -48,46 +66,14 @@ int64_t steadySeconds() {
 
 }  // namespace
 
-static Easy newEasy() {
-    // Global set-up once, before any thread makes a handle.
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    return Easy(curl_easy_init());
-}
-
 uint64_t remoteFileSize(const std::string& url) {
-    Easy curl = newEasy();
-    if (!curl) return 0;
-    std::string headers;
-    commonOptions(curl.get(), url);
-    curl_easy_setopt(curl.get(), CURLOPT_HEADER, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_NOBODY, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, &appendToString);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &headers);
-    certificateStep(curl.get());
-    if (curl_easy_perform(curl.get()) != CURLE_OK) return 0;
-    long response = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &response);
-    // A missing file's error page has a length too; it is not the file's.
-    if (response == 404) return 0;
-    curl_off_t length = -1;
-    if (curl_easy_getinfo(curl.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length) != CURLE_OK || length < 0) return 0;
-    return static_cast<uint64_t>(length);
+    auto call = module().remoteFileSize;
+    return call ? call(url.c_str(), caBundle().c_str()) : 0;
 }
 
 int fetchUrl(const std::string& url, WriteFunction writeFunction, void* userData) {
-    Easy curl = newEasy();
-    if (!curl) return CURLE_FAILED_INIT;
-    commonOptions(curl.get(), url);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, writeFunction);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, userData);
-    curl_easy_setopt(curl.get(), CURLOPT_MAXREDIRS, 5L);
-    curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 1L);
-    // An error page is not the file asked for.
-    curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);
-    certificateStep(curl.get());
-    return curl_easy_perform(curl.get());
+    auto call = module().fetchUrl;
+    return call ? call(url.c_str(), caBundle().c_str(), writeFunction, userData) : kFetchNotLoaded;
 }
 
 size_t appendToString(char* data, size_t size, size_t count, void* text) {
@@ -112,7 +98,7 @@ size_t writeToFile(char* data, size_t size, size_t count, void* userData) {
 int fetchToString(const std::string& url, std::string& body) {
     body.clear();
     int code = fetchUrl(url, &appendToString, &body);
-    if (code != CURLE_OK) body.clear();
+    if (code != 0) body.clear();
     return code;
 }
 

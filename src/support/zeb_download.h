@@ -34,7 +34,10 @@ uint64_t remoteFileSize(const std::string& url);
 // with `userData`. Gives libcurl's code: 0 (CURLE_OK) on success, 22 for an
 // HTTP error answer (400 and up), 23 when the write function stopped it, 47
 // for too many redirects.
+// libcurl runs in a module loaded on the first request; without it the
+// answer is 2 (CURLE_FAILED_INIT).
 int fetchUrl(const std::string& url, WriteFunction writeFunction, void* userData);
+constexpr int kFetchNotLoaded = 2;
 
 // Write function appending to the std::string at `text`.
 size_t appendToString(char* data, size_t size, size_t count, void* text);

@@ -22,14 +22,14 @@ deb=$(ls "$work"/out/*.deb 2>/dev/null | head -1)
 [ -n "$deb" ] || fail "cpack made no .deb: $(tail -20 "$work/cpack.log")"
 
 depends=$(dpkg-deb -f "$deb" Depends)
-for library in libimobiledevice6 libplist3 libusbmuxd6 libgoogle-glog; do
+for library in libimobiledevice6 libplist3 libusbmuxd6 libgoogle-glog libcurl4; do
     grep -q "$library" <<<"$depends" || fail "Depends lacks $library: $depends"
 done
 [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "package version $(dpkg-deb -f "$deb" Version), not $version"
 
 root="$work/root"
 dpkg -x "$deb" "$root" || fail "dpkg -x failed"
-for file in usr/bin/zebrelo usr/bin/zebrelo-ctl usr/bin/zebrelo-sim usr/lib/zebrelo/libzebrelo-mobiledevice.so \
+for file in usr/bin/zebrelo usr/bin/zebrelo-ctl usr/bin/zebrelo-sim usr/lib/zebrelo/libzebrelo-mobiledevice.so usr/lib/zebrelo/libzebrelo-download.so \
             usr/share/doc/zebrelo/README.md usr/share/doc/zebrelo/README.simulator.md; do
     [ -e "$root/$file" ] || fail "$file is not in the package"
 done

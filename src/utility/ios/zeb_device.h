@@ -126,6 +126,29 @@ bool ReadStringValue(DeviceHandle handle, const char* key, const char* domain, s
 bool ReadIntegerValue(DeviceHandle handle, const char* key, int64_t& value, const char* domain);
 bool ReadDeviceFamilies(DeviceHandle handle, std::vector<int64_t>& families);
 bool HasSyncAccount(DeviceHandle handle, const char* className);
+// The typed reads of a value already copied; false (nothing written) for a
+// null or a value of another type. Families are true for a non-array too.
+bool StringFromCF(CFTypeRef value, std::string& text);
+bool IntegerFromCF(CFTypeRef value, int64_t& number);
+bool FlagFromCF(CFTypeRef value, int& flag);
+bool FamiliesFromCF(CFTypeRef value, std::vector<int64_t>& families);
+
+// A whole lockdown domain copied from the device in one request, for readers
+// of many keys: each key is then a lookup, not a round trip to the device.
+class DomainValues {
+public:
+    DomainValues(DeviceHandle handle, const char* domain);
+    ~DomainValues();
+    DomainValues(const DomainValues&) = delete;
+    DomainValues& operator=(const DomainValues&) = delete;
+    // False when the device would not give the domain as a whole.
+    bool read() const { return values_ != nullptr; }
+    // The key's value, owned by this object; null when the domain lacks it.
+    CFTypeRef find(const char* key) const;
+
+private:
+    CFTypeRef values_;
+};
 // The integer in a CF number, by the number's own type; false for types
 // that don't hold one.
 bool NumberToInteger(CFNumberRef number, int64_t& value);

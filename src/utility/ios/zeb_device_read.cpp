@@ -6,15 +6,24 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "zeb_plist_bridge.h"
 #include "zeb_settings.h"
 
 namespace zeb {
 
 namespace {
 
-void readText(DeviceHandle handle, const char* key, std::string& into) {
+// The default domain is copied once for the six keys below; a device that will
+// not give it whole is asked key by key.
+bool readKey(DeviceHandle handle, const DomainValues& domain, const char* key, PlistVariant& value) {
+    if (!domain.read()) return ReadValue(handle, key, nullptr, value);
+    CFTypeRef found = domain.find(key);
+    return found && CfToVariant(found, value);
+}
+
+void readText(DeviceHandle handle, const DomainValues& domain, const char* key, std::string& into) {
     PlistVariant value;
-    if (ReadValue(handle, key, nullptr, value) && value.tag() == VariantTag::String) into = value.text();
+    if (readKey(handle, domain, key, value) && value.tag() == VariantTag::String) into = value.text();
 }
 }  // namespace
 
@@ -32,14 +41,17 @@ int32_t ReadDevice(ZEBDevice& device) {
     SessionPtr session = GetSession(device.handle, error);
     if (!session) return error ? error : kErrorNoSession;
 
-    readText(device.handle, "ProductVersion", device.product_version);
-    readText(device.handle, "DeviceName", device.device_name);
-    readText(device.handle, "UniqueDeviceID", device.udid);
-    readText(device.handle, "SerialNumber", device.serial_number);
-    readText(device.handle, "DeviceClass", device.device_class);
-    PlistVariant chip;
-    if (ReadValue(device.handle, "UniqueChipID", nullptr, chip) && chip.tag() == VariantTag::Int64)
-        device.unique_chip_id = std::to_string(chip.int64());
+    {
+        DomainValues values(device.handle, nullptr);
+        readText(device.handle, values, "ProductVersion", device.product_version);
+        readText(device.handle, values, "DeviceName", device.device_name);
+        readText(device.handle, values, "UniqueDeviceID", device.udid);
+        readText(device.handle, values, "SerialNumber", device.serial_number);
+        readText(device.handle, values, "DeviceClass", device.device_class);
+        PlistVariant chip;
+        if (readKey(device.handle, values, "UniqueChipID", chip) && chip.tag() == VariantTag::Int64)
+            device.unique_chip_id = std::to_string(chip.int64());
+    }
 
     device.version_number = VersionNumber(device.product_version);
     if ((device.device_class == "iPod" || device.device_class == "iPhone") && device.version_number < 42)

@@ -33,16 +33,44 @@ bool ReadValue(DeviceHandle handle, const char* key, const char* domain, PlistVa
     return converted;
 }
 
+bool StringFromCF(CFTypeRef value, std::string& text) {
+    if (!value || api().CFGetTypeID(value) != kZebCFStringTypeID) return false;
+    std::vector<char> buffer(static_cast<size_t>(api().CFStringGetLength(value)) * 4 + 1, '\0');
+    if (!api().CFStringGetCString(value, buffer.data(), static_cast<CFIndex>(buffer.size()), kZebCFStringEncodingUTF8))
+        return false;
+    text = buffer.data();
+    return true;
+}
+
+bool IntegerFromCF(CFTypeRef value, int64_t& number) {
+    return value && api().CFGetTypeID(value) == kZebCFNumberTypeID && NumberToInteger(value, number);
+}
+
+bool FlagFromCF(CFTypeRef value, int& flag) {
+    if (!value || api().CFGetTypeID(value) != kZebCFBooleanTypeID) return false;
+    flag = api().CFBooleanGetValue(value) ? 1 : 0;
+    return true;
+}
+
+bool FamiliesFromCF(CFTypeRef value, std::vector<int64_t>& families) {
+    if (!value) return false;
+    if (api().CFGetTypeID(value) != kZebCFArrayTypeID) return true;
+    for (CFIndex i = 0, count = api().CFArrayGetCount(value); i < count; ++i) {
+        CFTypeRef element = api().CFArrayGetValueAtIndex(value, i);
+        if (!element || api().CFGetTypeID(element) != kZebCFNumberTypeID) continue;
+        CFIndex type = api().CFNumberGetType(element);
+        int64_t family = 0;
+        if ((type == kZebCFNumberSInt32Type || type == kZebCFNumberSInt64Type) &&
+            api().CFNumberGetValue(element, kZebCFNumberSInt64Type, &family))
+            families.push_back(family);
+    }
+    return true;
+}
+
 bool ReadStringValue(DeviceHandle handle, const char* key, const char* domain, std::string& value) {
     CFTypeRef copied = CopyDomainValue(handle, key, domain);
-    if (!copied) return false;
-    bool ok = false;
-    if (api().CFGetTypeID(copied) == kZebCFStringTypeID) {
-        std::vector<char> buffer(static_cast<size_t>(api().CFStringGetLength(copied)) * 4 + 1, '\0');
-        ok = api().CFStringGetCString(copied, buffer.data(), static_cast<CFIndex>(buffer.size()), kZebCFStringEncodingUTF8);
-        if (ok) value = buffer.data();
-    }
-    api().CFRelease(copied);
+    bool ok = StringFromCF(copied, value);
+    if (copied) api().CFRelease(copied);
     return ok;
 }
 
@@ -62,28 +90,32 @@ bool NumberToInteger(CFNumberRef number, int64_t& value) {
 
 bool ReadIntegerValue(DeviceHandle handle, const char* key, int64_t& value, const char* domain) {
     CFTypeRef copied = CopyDomainValue(handle, key, domain);
-    if (!copied) return false;
-    bool ok = api().CFGetTypeID(copied) == kZebCFNumberTypeID && NumberToInteger(copied, value);
-    api().CFRelease(copied);
+    bool ok = IntegerFromCF(copied, value);
+    if (copied) api().CFRelease(copied);
     return ok;
 }
 
 bool ReadDeviceFamilies(DeviceHandle handle, std::vector<int64_t>& families) {
     CFTypeRef copied = CopyValue(handle, "SupportedDeviceFamilies");
-    if (!copied) return false;
-    if (api().CFGetTypeID(copied) == kZebCFArrayTypeID) {
-        for (CFIndex i = 0, count = api().CFArrayGetCount(copied); i < count; ++i) {
-            CFTypeRef element = api().CFArrayGetValueAtIndex(copied, i);
-            if (!element || api().CFGetTypeID(element) != kZebCFNumberTypeID) continue;
-            CFIndex type = api().CFNumberGetType(element);
-            int64_t family = 0;
-            if ((type == kZebCFNumberSInt32Type || type == kZebCFNumberSInt64Type) &&
-                api().CFNumberGetValue(element, kZebCFNumberSInt64Type, &family))
-                families.push_back(family);
-        }
+    bool ok = FamiliesFromCF(copied, families);
+    if (copied) api().CFRelease(copied);
+    return ok;
+}
+
+DomainValues::DomainValues(DeviceHandle handle, const char* domain) : values_(CopyDomainValue(handle, nullptr, domain)) {
+    if (values_ && api().CFGetTypeID(values_) != kZebCFDictionaryTypeID) {
+        api().CFRelease(values_);
+        values_ = nullptr;
     }
-    api().CFRelease(copied);
-    return true;
+}
+
+DomainValues::~DomainValues() {
+    if (values_) api().CFRelease(values_);
+}
+
+CFTypeRef DomainValues::find(const char* key) const {
+    if (!values_) return nullptr;
+    return api().CFDictionaryGetValue(values_, api().__CFStringMakeConstantString(key));
 }
 
 bool HasSyncAccount(DeviceHandle handle, const char* className) {

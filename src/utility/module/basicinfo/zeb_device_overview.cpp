@@ -8,6 +8,9 @@
 #include <rapidjson/writer.h>
 
 #include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace zeb {
@@ -72,26 +75,47 @@ const Member kMembers[] = {
     {"TotalSystemCapacity", "com.apple.disk_usage", Kind::Number},
 };
 
-bool readFlag(DeviceHandle handle, const char* key, const char* domain, int& flag) {
-    CFTypeRef value = CopyDomainValue(handle, key, domain);
-    if (!value) return false;
-    bool ok = api().CFGetTypeID(value) == kZebCFBooleanTypeID;
-    if (ok) flag = api().CFBooleanGetValue(value) ? 1 : 0;
-    api().CFRelease(value);
-    return ok;
-}
+// Each domain is copied from the device once and its members looked up in the
+// copy; a device that will not give a domain whole is asked key by key.
+class OverviewSources {
+public:
+    explicit OverviewSources(DeviceHandle handle) : handle_(handle) {}
+
+    template <typename Convert>
+    bool read(const Member& member, Convert convert) {
+        const DomainValues& values = domain(member.domain);
+        if (values.read()) return convert(values.find(member.key));
+        CFTypeRef copied = CopyDomainValue(handle_, member.key, member.domain);
+        bool ok = convert(copied);
+        if (copied) api().CFRelease(copied);
+        return ok;
+    }
+
+private:
+    const DomainValues& domain(const char* name) {
+        std::string key = name ? name : "";
+        for (auto& [copiedName, values] : domains_)
+            if (copiedName == key) return *values;
+        domains_.emplace_back(key, std::make_unique<DomainValues>(handle_, name));
+        return *domains_.back().second;
+    }
+
+    DeviceHandle handle_;
+    std::vector<std::pair<std::string, std::unique_ptr<DomainValues>>> domains_;
+};
 
 }  // namespace
 
 std::string BuildDeviceOverview(ZEBDevice& device) {
     rapidjson::Document json(rapidjson::kObjectType);
     auto& allocator = json.GetAllocator();
+    OverviewSources sources(device.handle);
     for (const Member& member : kMembers) {
         rapidjson::Value key(member.key, allocator);
         switch (member.kind) {
             case Kind::Text: {
                 std::string text;
-                if (!ReadStringValue(device.handle, member.key, member.domain, text)) break;
+                if (!sources.read(member, [&](CFTypeRef value) { return StringFromCF(value, text); })) break;
                 if (strcmp(member.key, "ProductType") == 0) LOG(INFO) << "ProductType: " << text;
                 if (strcmp(member.key, "ModelNumber") == 0) LOG(INFO) << "ModelNumber: " << text;
                 if (strcmp(member.key, "ProductVersion") == 0) {
@@ -103,18 +127,19 @@ std::string BuildDeviceOverview(ZEBDevice& device) {
             }
             case Kind::Flag: {
                 int flag = 0;
-                if (readFlag(device.handle, member.key, member.domain, flag)) json.AddMember(key, flag, allocator);
+                if (sources.read(member, [&](CFTypeRef value) { return FlagFromCF(value, flag); }))
+                    json.AddMember(key, flag, allocator);
                 break;
             }
             case Kind::Number: {
                 int64_t number = 0;
-                if (ReadIntegerValue(device.handle, member.key, number, member.domain))
+                if (sources.read(member, [&](CFTypeRef value) { return IntegerFromCF(value, number); }))
                     json.AddMember(key, rapidjson::Value(number), allocator);
                 break;
             }
             case Kind::Families: {
                 std::vector<int64_t> families;
-                if (!ReadDeviceFamilies(device.handle, families)) break;
+                if (!sources.read(member, [&](CFTypeRef value) { return FamiliesFromCF(value, families); })) break;
                 rapidjson::Value list(rapidjson::kArrayType);
                 for (int64_t family : families) list.PushBack(rapidjson::Value(family), allocator);
                 json.AddMember(key, list, allocator);
