@@ -8,6 +8,7 @@ zeb_fuzz_target(fuzz_app_replies
           ${src}/utility/ios/zeb_event.cpp
           ${src}/support/zeb_format.cpp
           ${src}/plist/zeb_plist_decode.cpp
+          ${src}/plist/zeb_cf_access.cpp
           ${src}/plist/zeb_plist_variant.cpp
           ${src}/iOSAPI/zeb_mobile_export_fun.cpp
   INCLUDES ${src}/utility/module/app ${src}/utility/ios ${src}/plist ${src}/iOSAPI ${src}/ipc ${src}/support

@@ -49,6 +49,18 @@ const void* CfDictionaryValue(CFTypeRef dict, const char* key);
 // A CF string as UTF-8; false when the value is no string.
 bool CfStringText(const void* value, std::string& out);
 
+// A CF string as DecodeFrame puts it in the value tree: UTF-8 with "\r\n" and
+// "\r" read as "\n"; false for no string or an empty one, which the tree
+// leaves out.
+bool CfFrameText(CFTypeRef value, std::string& out);
+// A dictionary member as text the way DecodeFrame keeps it: strings as above,
+// dates as "YYYY-MM-DDThh:mm:ssZ", data as its base64 lines; false otherwise.
+bool CfMemberText(CFTypeRef value, std::string& out);
+
+// Received bytes (binary or XML property list) as an owned CF value, for
+// readers that pick a few members out of large messages; null on failure.
+CFTypeRef CfFromFrame(const uint8_t* bytes, size_t length);
+
 // A lockdown value to the value tree. Strings must be ASCII and shorter than
 // 260 bytes, and data becomes upper-case hexadecimal; anything else that
 // can't be converted is left out (variant stays empty, result false).

@@ -32,33 +32,6 @@ const char* FirstChildText(const tinyxml2::XMLElement* e) {
 PlistVariant CfArrayToVariant(CMobileExportFun& cf, CFTypeRef array, int depth);
 PlistVariant CfDictToVariant(CMobileExportFun& cf, CFTypeRef dict, int depth);
 
-// The text of a CF string as UTF-8, with line ends as an XML reader gives
-// them ("\r\n" and "\r" become "\n"). False when it has no text.
-bool CfText(CMobileExportFun& cf, CFTypeRef value, std::string& out) {
-    const CFIndex units = cf.CFStringGetLength(value);
-    if (units <= 0) return false;
-    thread_local std::vector<char> buffer;
-    const size_t size = static_cast<size_t>(units) * 3 + 1;
-    if (buffer.size() < size) buffer.resize(size);
-    if (!cf.CFStringGetCString(value, buffer.data(), static_cast<CFIndex>(size), kZebCFStringEncodingUTF8))
-        return false;
-    const char* text = buffer.data();
-    out.clear();
-    if (!strchr(text, '\r')) {
-        out.assign(text);
-        return !out.empty();
-    }
-    for (const char* c = text; *c; ++c) {
-        if (*c != '\r') {
-            out += *c;
-        } else {
-            out += '\n';
-            if (c[1] == '\n') ++c;
-        }
-    }
-    return !out.empty();
-}
-
 // A date as the XML writer prints it: whole seconds of UTC.
 bool CfDateText(CMobileExportFun& cf, CFTypeRef value, std::string& out) {
     const time_t moment = static_cast<time_t>(static_cast<int64_t>(cf.CFDateGetAbsoluteTime(value)) + 978307200);
@@ -108,18 +81,14 @@ PlistVariant CfDictToVariant(CMobileExportFun& cf, CFTypeRef dict, int depth) {
     if (count > 0) cf.CFDictionaryGetKeysAndValues(dict, keys.data(), values.data());
     std::string key, text;
     for (CFIndex i = 0; i < count; ++i) {
-        if (!keys[i] || !values[i] || cf.CFGetTypeID(keys[i]) != kZebCFStringTypeID || !CfText(cf, keys[i], key))
+        if (!keys[i] || !values[i] || cf.CFGetTypeID(keys[i]) != kZebCFStringTypeID || !CfFrameText(keys[i], key))
             continue;
         const void* value = values[i];
         switch (cf.CFGetTypeID(value)) {
             case kZebCFStringTypeID:
-                if (CfText(cf, value, text)) dictionary->Insert(key, PlistVariant::String(text));
-                break;
             case kZebCFDateTypeID:
-                if (CfDateText(cf, value, text)) dictionary->Insert(key, PlistVariant::String(text));
-                break;
             case kZebCFDataTypeID:
-                if (CfDataText(cf, value, text)) dictionary->Insert(key, PlistVariant::String(text));
+                if (CfMemberText(value, text)) dictionary->Insert(key, PlistVariant::String(text));
                 break;
             case kZebCFNumberTypeID:
                 if (!IsReal(cf, value)) dictionary->Insert(key, PlistVariant::Int64(CfInteger(cf, value)));
@@ -140,7 +109,7 @@ void AppendArrayItem(CMobileExportFun& cf, CFTypeRef item, int depth, PlistVaria
     std::string text;
     switch (cf.CFGetTypeID(item)) {
         case kZebCFStringTypeID:
-            if (CfText(cf, item, text)) result.array().push_back(PlistVariant::String(std::move(text)));
+            if (CfFrameText(item, text)) result.array().push_back(PlistVariant::String(std::move(text)));
             break;
         case kZebCFNumberTypeID:
             if (IsReal(cf, item)) {
@@ -188,6 +157,54 @@ std::string BytesToXml(const uint8_t* bytes, size_t length) {
 }
 
 }  // namespace
+
+bool CfFrameText(CFTypeRef value, std::string& out) {
+    auto& cf = CMobileExportFun::GetInstance();
+    if (!value || cf.CFGetTypeID(value) != kZebCFStringTypeID) return false;
+    const CFIndex units = cf.CFStringGetLength(value);
+    if (units <= 0) return false;
+    thread_local std::vector<char> buffer;
+    const size_t size = static_cast<size_t>(units) * 3 + 1;
+    if (buffer.size() < size) buffer.resize(size);
+    if (!cf.CFStringGetCString(value, buffer.data(), static_cast<CFIndex>(size), kZebCFStringEncodingUTF8))
+        return false;
+    const char* text = buffer.data();
+    out.clear();
+    if (!strchr(text, '\r')) {
+        out.assign(text);
+        return !out.empty();
+    }
+    for (const char* c = text; *c; ++c) {
+        if (*c != '\r') {
+            out += *c;
+        } else {
+            out += '\n';
+            if (c[1] == '\n') ++c;
+        }
+    }
+    return !out.empty();
+}
+
+bool CfMemberText(CFTypeRef value, std::string& out) {
+    auto& cf = CMobileExportFun::GetInstance();
+    if (!value) return false;
+    switch (cf.CFGetTypeID(value)) {
+        case kZebCFStringTypeID: return CfFrameText(value, out);
+        case kZebCFDateTypeID: return CfDateText(cf, value, out);
+        case kZebCFDataTypeID: return CfDataText(cf, value, out);
+        default: return false;
+    }
+}
+
+CFTypeRef CfFromFrame(const uint8_t* bytes, size_t length) {
+    auto& cf = CMobileExportFun::GetInstance();
+    if (!cf.initialised || !bytes || length == 0) return nullptr;
+    CFDataRef data = cf.CFDataCreate(nullptr, bytes, static_cast<CFIndex>(length));
+    if (!data) return nullptr;
+    CFPropertyListRef list = cf.CFPropertyListCreateWithData(nullptr, data, 0, nullptr, nullptr);
+    cf.CFRelease(data);
+    return list;
+}
 
 std::string FirstValueText(const std::string& xml) {
     tinyxml2::XMLDocument document;

@@ -67,8 +67,14 @@ TEST_F(AppReply, BrowsePagesFillAppsAndSizesOnlyForAppsOfTheFirstPass) {
                                 "<dict><key>CFBundleName</key><string>No identifier</string></dict>"
                                 "<dict><key>CFBundleIdentifier</key><string>com.example.two</string></dict>"
                                 "</array></dict>"));
+    // A repeated identifier replaces the first object, in its place.
+    EXPECT_TRUE(feed(reply, "<dict><key>CurrentList</key><array>"
+                            "<dict><key>CFBundleIdentifier</key><string>com.example.two</string>"
+                            "<key>CFBundleName</key><string>Two again</string></dict></array></dict>"));
     EXPECT_FALSE(feed(reply, "<dict><key>Status</key><string>Complete</string></dict>"));
     ASSERT_EQ(reply.apps.MemberCount(), 2u);
+    EXPECT_STREQ(reply.apps.MemberBegin()->name.GetString(), "com.example.one");
+    EXPECT_STREQ(reply.apps["com.example.two"]["CFBundleName"].GetString(), "Two again");
     const auto& one = reply.apps["com.example.one"];
     EXPECT_STREQ(one["CFBundleName"].GetString(), "One");
     EXPECT_STREQ(one["artistName"].GetString(), "Maker");
@@ -87,6 +93,7 @@ TEST_F(AppReply, BrowsePagesFillAppsAndSizesOnlyForAppsOfTheFirstPass) {
     EXPECT_EQ(reply.apps["com.example.one"]["data-size"].GetInt64(), 100);
     EXPECT_EQ(reply.apps["com.example.one"]["app-size"].GetInt64(), 9000000000);
     EXPECT_FALSE(reply.apps["com.example.two"].HasMember("data-size"));
+    EXPECT_STREQ(reply.apps["com.example.two"]["CFBundleName"].GetString(), "Two again");
     EXPECT_FALSE(reply.apps.HasMember("com.example.late"));
     // An error answer ends a browse instead of waiting for a "Complete".
     EXPECT_FALSE(feed(reply, "<dict><key>Error</key><string>APIInternalError</string></dict>"));

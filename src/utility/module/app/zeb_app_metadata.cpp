@@ -1,6 +1,8 @@
 #include "zeb_app_metadata.h"
 
 #include "zeb_format.h"
+#include "zeb_mobile_export_fun.h"
+#include "zeb_plist_bridge.h"
 
 #include <openssl/evp.h>
 
@@ -56,21 +58,45 @@ std::string storeTimeText(const std::string& text) {
     return utcTextToLocal(text.c_str());
 }
 
-void addMetadataMembers(const PlistVariant& metadata, rapidjson::Value& object,
-                        rapidjson::Document::AllocatorType& allocator) {
-    if (!object.IsObject()) return;
+namespace {
+
+// The two holders of a metadata dictionary, read alike: a value tree from an
+// installed package, or the device's property list itself.
+struct VariantFields {
+    const PlistVariant* dictionary;
+    explicit operator bool() const { return dictionary != nullptr; }
+    bool text(const char* key, std::string& out) const {
+        const std::string* found = textMember(*dictionary, key);
+        if (found) out = *found;
+        return found != nullptr;
+    }
+    VariantFields child(const char* key) const { return {member(*dictionary, key)}; }
+};
+
+struct CfFields {
+    CFTypeRef dictionary;
+    explicit operator bool() const { return dictionary != nullptr; }
+    bool text(const char* key, std::string& out) const { return CfMemberText(CfDictionaryValue(dictionary, key), out); }
+    CfFields child(const char* key) const {
+        const void* value = CfDictionaryValue(dictionary, key);
+        bool isDictionary = value && CMobileExportFun::GetInstance().CFGetTypeID(value) == kZebCFDictionaryTypeID;
+        return {isDictionary ? value : nullptr};
+    }
+};
+
+template <typename Fields>
+void addMembersFrom(const Fields& metadata, rapidjson::Value& object, rapidjson::Document::AllocatorType& allocator) {
+    if (!object.IsObject() || !metadata) return;
     static const char* const kIfMissing[][2] = {
         {"softwareVersionBundleId", "CFBundleIdentifier"},
         {"bundleShortVersionString", "CFBundleShortVersionString"},
         {"bundleVersion", "CFBundleVersion"},
         {"bundleDisplayName", "CFBundleDisplayName"},
     };
-    for (const auto& pair : kIfMissing) {
-        const std::string* text = textMember(metadata, pair[0]);
-        if (text && !object.HasMember(pair[1])) addText(object, pair[1], *text, allocator);
-    }
-    if (const std::string* date = textMember(metadata, "releaseDate"))
-        addText(object, "releaseDate", storeTimeText(*date), allocator);
+    std::string text;
+    for (const auto& pair : kIfMissing)
+        if (metadata.text(pair[0], text) && !object.HasMember(pair[1])) addText(object, pair[1], text, allocator);
+    if (metadata.text("releaseDate", text)) addText(object, "releaseDate", storeTimeText(text), allocator);
     static const char* const kCopied[][2] = {
         {"artistName", "artistName"},
         {"itemName", "itemName"},
@@ -78,15 +104,31 @@ void addMetadataMembers(const PlistVariant& metadata, rapidjson::Value& object,
         {"appleId", "AppleID"},
     };
     for (const auto& pair : kCopied)
-        if (const std::string* text = textMember(metadata, pair[0])) addText(object, pair[1], *text, allocator);
+        if (metadata.text(pair[0], text)) addText(object, pair[1], text, allocator);
 
-    const PlistVariant* download = member(metadata, "com.apple.iTunesStore.downloadInfo");
+    const Fields download = metadata.child("com.apple.iTunesStore.downloadInfo");
     if (!download) return;
-    if (const std::string* date = textMember(*download, "purchaseDate"))
-        addText(object, "purchaseDate", storeTimeText(*date), allocator);
-    if (const PlistVariant* account = member(*download, "accountInfo"))
-        if (const std::string* appleId = textMember(*account, "AppleID"))
-            addText(object, "AppleID", *appleId, allocator);
+    if (download.text("purchaseDate", text)) addText(object, "purchaseDate", storeTimeText(text), allocator);
+    if (const Fields account = download.child("accountInfo"); account && account.text("AppleID", text))
+        addText(object, "AppleID", text, allocator);
+}
+
+}  // namespace
+
+void addMetadataMembers(const PlistVariant& metadata, rapidjson::Value& object,
+                        rapidjson::Document::AllocatorType& allocator) {
+    if (metadata.tag() != VariantTag::Dictionary || !metadata.dictionary()) return;
+    addMembersFrom(VariantFields{&metadata}, object, allocator);
+}
+
+void addMetadataMembers(const uint8_t* bytes, size_t length, rapidjson::Value& object,
+                        rapidjson::Document::AllocatorType& allocator) {
+    if (!bytes || length == 0) return;
+    CFTypeRef metadata = CfFromFrame(bytes, length);
+    if (!metadata) return;
+    if (CMobileExportFun::GetInstance().CFGetTypeID(metadata) == kZebCFDictionaryTypeID)
+        addMembersFrom(CfFields{metadata}, object, allocator);
+    CMobileExportFun::GetInstance().CFRelease(metadata);
 }
 
 const PlistVariant* firstDictionary(const PlistVariant& decoded) {

@@ -3,10 +3,13 @@
 // object that the parent shows for the app.
 #pragma once
 
+#include "zeb_mobile_device_api.h"
 #include "zeb_plist_variant.h"
 
 #include <rapidjson/document.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace zeb {
@@ -25,6 +28,10 @@ std::string storeTimeText(const std::string& text);
 // date. The account is added a second time when the download information
 // carries one as well, as the parent expects.
 void addMetadataMembers(const PlistVariant& metadata, rapidjson::Value& object,
+                        rapidjson::Document::AllocatorType& allocator);
+// The same from the bytes of a property list (XML or binary) that holds the
+// metadata dictionary; nothing for bytes that hold none.
+void addMetadataMembers(const uint8_t* bytes, size_t length, rapidjson::Value& object,
                         rapidjson::Document::AllocatorType& allocator);
 
 // The message dictionary of a decoded property list: the first dictionary

@@ -32,39 +32,56 @@ void send(AppReplyContext& reply, const EventEnvelope& envelope, uint16_t packet
     reply.sink(envelope, &frame);
 }
 
+// Browse answers run to megabytes for a full device: they are read from the
+// CF property list itself, member by member, rather than turned whole into a
+// value tree (which would also round-trip every metadata blob through text).
+const void* cfMember(CFTypeRef dictionary, const char* key) {
+    return api().CFDictionaryGetValue(dictionary, api().__CFStringMakeConstantString(key));
+}
+
+bool cfIs(const void* value, CFTypeID type) { return value && api().CFGetTypeID(value) == type; }
+
+// An integer size as the value tree keeps one: whole numbers only.
+bool cfSize(const void* value, int64_t& size) {
+    if (!cfIs(value, kZebCFNumberTypeID)) return false;
+    const CFIndex type = api().CFNumberGetType(value);
+    if (type == 5 || type == 6 || type == 12 || type == 13) return false;
+    return api().CFNumberGetValue(value, kZebCFNumberSInt64Type, &size);
+}
+
+// The member of `apps` for an identifier, or null.
+rapidjson::Value* appObject(AppReplyContext& reply, const std::string& id) {
+    auto found = reply.app_index.find(id);
+    return found == reply.app_index.end() ? nullptr : &(reply.apps.MemberBegin() + found->second)->value;
+}
+
 // Mode 0: one app with its attributes and its store metadata.
-void addApp(AppReplyContext& reply, const PlistVariant& app) {
+void addApp(AppReplyContext& reply, CFTypeRef app) {
+    std::string id;
+    if (!CfMemberText(cfMember(app, "CFBundleIdentifier"), id)) return;  // dropped
     Allocator& allocator = reply.apps.GetAllocator();
     rapidjson::Value object(rapidjson::kObjectType);
-    const PlistVariant* type = member(app, "ApplicationType");
-    const std::string typeText = type && type->tag() == VariantTag::String ? type->text() : std::string();
-    object.AddMember("ApplicationType", rapidjson::Value(typeText.c_str(), typeText.size(), allocator), allocator);
-
-    const PlistVariant* identifier = member(app, "CFBundleIdentifier");
-    if (!identifier || identifier->tag() != VariantTag::String) return;  // dropped
-    const std::string& id = identifier->text();
+    std::string text;
+    if (!CfMemberText(cfMember(app, "ApplicationType"), text)) text.clear();
+    object.AddMember("ApplicationType", rapidjson::Value(text.c_str(), text.size(), allocator), allocator);
     for (const char* key : {"CFBundleIdentifier", "CFBundleDisplayName", "CFBundleName", "CFBundleShortVersionString",
                             "CFBundleVersion", "Path"}) {
-        const PlistVariant* value = member(app, key);
-        if (value && value->tag() == VariantTag::String)
-            object.AddMember(rapidjson::Value(key, allocator),
-                             rapidjson::Value(value->text().c_str(), value->text().size(), allocator), allocator);
+        if (CfMemberText(cfMember(app, key), text))
+            object.AddMember(rapidjson::Value(key, allocator), rapidjson::Value(text.c_str(), text.size(), allocator),
+                             allocator);
     }
-    const PlistVariant* metadata = member(app, "iTunesMetadata");
-    if (metadata && metadata->tag() == VariantTag::String) {
-        std::string bytes;
-        PlistVariant decoded;
-        if (zeb::decodeBase64(metadata->text(), bytes) && !bytes.empty() &&
-            DecodeFrame(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), decoded))
-            if (const PlistVariant* dictionary = firstDictionary(decoded))
-                zeb::addMetadataMembers(*dictionary, object, allocator);
-    }
+    // The store metadata is a property list held as data.
+    const void* metadata = cfMember(app, "iTunesMetadata");
+    if (cfIs(metadata, kZebCFDataTypeID))
+        zeb::addMetadataMembers(api().CFDataGetBytePtr(metadata), static_cast<size_t>(api().CFDataGetLength(metadata)),
+                                object, allocator);
     // One member per identifier: a repeated one replaces the first.
-    auto existing = reply.apps.FindMember(id.c_str());
-    if (existing != reply.apps.MemberEnd())
-        existing->value = object;
-    else
-        reply.apps.AddMember(rapidjson::Value(id.c_str(), id.size(), allocator), object, allocator);
+    if (rapidjson::Value* existing = appObject(reply, id)) {
+        *existing = object;
+        return;
+    }
+    reply.app_index.emplace(id, reply.apps.MemberCount());
+    reply.apps.AddMember(rapidjson::Value(id.c_str(), id.size(), allocator), object, allocator);
 }
 
 void setSize(rapidjson::Value& object, const char* name, int64_t size, Allocator& allocator) {
@@ -76,35 +93,39 @@ void setSize(rapidjson::Value& object, const char* name, int64_t size, Allocator
 }
 
 // Mode 5: sizes for apps the first pass found; others are ignored.
-void addSizes(AppReplyContext& reply, const PlistVariant& app) {
-    const PlistVariant* identifier = member(app, "CFBundleIdentifier");
-    if (!identifier || identifier->tag() != VariantTag::String) return;
-    auto found = reply.apps.FindMember(identifier->text().c_str());
-    if (found == reply.apps.MemberEnd() || !found->value.IsObject()) return;
+void addSizes(AppReplyContext& reply, CFTypeRef app) {
+    std::string id;
+    if (!CfMemberText(cfMember(app, "CFBundleIdentifier"), id)) return;
+    rapidjson::Value* found = appObject(reply, id);
+    if (!found || !found->IsObject()) return;
     int64_t size = 0;
-    const PlistVariant* dynamic = member(app, "DynamicDiskUsage");
-    if (dynamic && dynamic->ToInteger(size)) setSize(found->value, "data-size", size, reply.apps.GetAllocator());
-    const PlistVariant* fixed = member(app, "StaticDiskUsage");
-    if (fixed && fixed->ToInteger(size)) setSize(found->value, "app-size", size, reply.apps.GetAllocator());
+    if (cfSize(cfMember(app, "DynamicDiskUsage"), size)) setSize(*found, "data-size", size, reply.apps.GetAllocator());
+    if (cfSize(cfMember(app, "StaticDiskUsage"), size)) setSize(*found, "app-size", size, reply.apps.GetAllocator());
 }
 
 // Modes 0 and 5: one page of a Browse answer.
-void browsePage(AppReplyContext& reply, const PlistVariant& message, bool* keepWaiting) {
-    const PlistVariant* status = member(message, "Status");
+void browsePage(AppReplyContext& reply, const uint8_t* bytes, uint32_t length, bool* keepWaiting) {
+    CFTypeRef message = CfFromFrame(bytes, length);
+    if (!message) return;
+    if (!cfIs(message, kZebCFDictionaryTypeID)) return api().CFRelease(message);  // wait for the next frame
+    std::string status;
     // A device that answers with an error sends nothing after it.
-    if (textIs(status, "Complete") || member(message, "Error")) {
+    if ((CfMemberText(cfMember(message, "Status"), status) && status == "Complete") || cfMember(message, "Error")) {
         *keepWaiting = false;
-        return;
+        return api().CFRelease(message);
     }
-    const PlistVariant* list = member(message, "CurrentList");
-    if (!list || list->tag() != VariantTag::Array) return;
-    for (const PlistVariant& app : list->array()) {
-        if (app.tag() != VariantTag::Dictionary || !app.dictionary()) continue;
-        if (reply.mode == kAppBrowseAttributes)
-            addApp(reply, app);
-        else
-            addSizes(reply, app);
+    const void* list = cfMember(message, "CurrentList");
+    if (cfIs(list, kZebCFArrayTypeID)) {
+        for (CFIndex i = 0, count = api().CFArrayGetCount(list); i < count; ++i) {
+            const void* app = api().CFArrayGetValueAtIndex(list, i);
+            if (!cfIs(app, kZebCFDictionaryTypeID)) continue;
+            if (reply.mode == kAppBrowseAttributes)
+                addApp(reply, app);
+            else
+                addSizes(reply, app);
+        }
     }
+    api().CFRelease(message);
 }
 
 // Mode 1: the icon goes to the parent as a raw tail; one answer ends it.
@@ -194,13 +215,14 @@ void AppReplyHandler(void* context, const uint8_t* bytes, uint32_t length, bool*
         return;
     }
 
+    if (reply.mode == kAppBrowseAttributes || reply.mode == kAppBrowseDiskUsage)
+        return browsePage(reply, bytes, length, keepWaiting);
+
     PlistVariant decoded;
     if (!DecodeFrame(bytes, length, decoded) || decoded.tag() != VariantTag::Array) return;
     const PlistVariant* message = firstDictionary(decoded);
     if (!message) return;  // nothing to read: wait for the next frame
     switch (reply.mode) {
-        case kAppBrowseAttributes:
-        case kAppBrowseDiskUsage: browsePage(reply, *message, keepWaiting); break;
         case kAppIconToParent: iconToParent(reply, *message, keepWaiting); break;
         case kAppUninstall:
         case kAppInstall:

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class ZEBModuleApp;
@@ -36,6 +37,9 @@ struct AppReplyContext {
     CFTypeRef cf_reply = nullptr;
     // Mode 0 and 5: one member per app, keyed by its bundle identifier.
     rapidjson::Document apps;
+    // Where each identifier's member sits in `apps`, so that 1,000 apps
+    // don't cost a million name comparisons.
+    std::unordered_map<std::string, rapidjson::SizeType> app_index;
     const IPCPacket1* command = nullptr;
     std::string bundle_id;
     std::string current_text;
