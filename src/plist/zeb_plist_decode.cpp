@@ -141,11 +141,7 @@ PlistVariant CfArrayToVariant(CMobileExportFun& cf, CFTypeRef array, int depth) 
 // Received bytes as CF's XML text; empty on failure.
 std::string BytesToXml(const uint8_t* bytes, size_t length) {
     auto& cf = CMobileExportFun::GetInstance();
-    if (!cf.initialised || !bytes || length == 0) return {};
-    CFDataRef data = cf.CFDataCreate(nullptr, bytes, static_cast<CFIndex>(length));
-    if (!data) return {};
-    CFPropertyListRef list = cf.CFPropertyListCreateWithData(nullptr, data, 0, nullptr, nullptr);
-    cf.CFRelease(data);
+    CFPropertyListRef list = CfFromFrame(bytes, length);
     if (!list) return {};
     CFDataRef xml = cf.CFPropertyListCreateXMLData(nullptr, list);
     cf.CFRelease(list);
@@ -224,11 +220,7 @@ void DecodeToXml(const uint8_t* bytes, size_t length, std::string& text) {
 
 bool DecodeFrame(const uint8_t* bytes, size_t length, PlistVariant& variant) {
     auto& cf = CMobileExportFun::GetInstance();
-    if (!cf.initialised || !bytes || length == 0) return false;
-    CFDataRef data = cf.CFDataCreate(nullptr, bytes, static_cast<CFIndex>(length));
-    if (!data) return false;
-    CFPropertyListRef list = cf.CFPropertyListCreateWithData(nullptr, data, 0, nullptr, nullptr);
-    cf.CFRelease(data);
+    CFPropertyListRef list = CfFromFrame(bytes, length);
     if (!list) return false;
     // The plist element is read as an array: element 0 is the message.
     variant = PlistVariant();

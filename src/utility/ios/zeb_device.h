@@ -126,9 +126,9 @@ bool ReadStringValue(DeviceHandle handle, const char* key, const char* domain, s
 bool ReadIntegerValue(DeviceHandle handle, const char* key, int64_t& value, const char* domain);
 bool ReadDeviceFamilies(DeviceHandle handle, std::vector<int64_t>& families);
 bool HasSyncAccount(DeviceHandle handle, const char* className);
-// The typed reads of a value already copied; false (nothing written) for a
-// null or a value of another type. Families are true for a non-array too.
-bool StringFromCF(CFTypeRef value, std::string& text);
+// The typed reads of a value already copied (text: CfStringText); false
+// (nothing written) for a null or a value of another type. Families are true
+// for a non-array too.
 bool IntegerFromCF(CFTypeRef value, int64_t& number);
 bool FlagFromCF(CFTypeRef value, int& flag);
 bool FamiliesFromCF(CFTypeRef value, std::vector<int64_t>& families);

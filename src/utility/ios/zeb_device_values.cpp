@@ -33,15 +33,6 @@ bool ReadValue(DeviceHandle handle, const char* key, const char* domain, PlistVa
     return converted;
 }
 
-bool StringFromCF(CFTypeRef value, std::string& text) {
-    if (!value || api().CFGetTypeID(value) != kZebCFStringTypeID) return false;
-    std::vector<char> buffer(static_cast<size_t>(api().CFStringGetLength(value)) * 4 + 1, '\0');
-    if (!api().CFStringGetCString(value, buffer.data(), static_cast<CFIndex>(buffer.size()), kZebCFStringEncodingUTF8))
-        return false;
-    text = buffer.data();
-    return true;
-}
-
 bool IntegerFromCF(CFTypeRef value, int64_t& number) {
     return value && api().CFGetTypeID(value) == kZebCFNumberTypeID && NumberToInteger(value, number);
 }
@@ -69,7 +60,7 @@ bool FamiliesFromCF(CFTypeRef value, std::vector<int64_t>& families) {
 
 bool ReadStringValue(DeviceHandle handle, const char* key, const char* domain, std::string& value) {
     CFTypeRef copied = CopyDomainValue(handle, key, domain);
-    bool ok = StringFromCF(copied, value);
+    bool ok = CfStringText(copied, value);
     if (copied) api().CFRelease(copied);
     return ok;
 }

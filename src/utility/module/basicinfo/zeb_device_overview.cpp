@@ -1,6 +1,7 @@
 #include "zeb_device_overview.h"
 
 #include "zeb_afc.h"
+#include "zeb_plist_bridge.h"
 
 #include <glog/logging.h>
 #include <rapidjson/document.h>
@@ -115,7 +116,7 @@ std::string BuildDeviceOverview(ZEBDevice& device) {
         switch (member.kind) {
             case Kind::Text: {
                 std::string text;
-                if (!sources.read(member, [&](CFTypeRef value) { return StringFromCF(value, text); })) break;
+                if (!sources.read(member, [&](CFTypeRef value) { return CfStringText(value, text); })) break;
                 if (strcmp(member.key, "ProductType") == 0) LOG(INFO) << "ProductType: " << text;
                 if (strcmp(member.key, "ModelNumber") == 0) LOG(INFO) << "ModelNumber: " << text;
                 if (strcmp(member.key, "ProductVersion") == 0) {
