@@ -32,6 +32,8 @@ void readHeaderFields(const char* at, Frame& frame) {
 
 char* FrameReader::room(size_t& want) {
     if (fillingApart()) {
+        if (apartFilled == apart.tail.size())
+            apart.tail.resize(std::min(apartLength, std::max<size_t>(apart.tail.size() * 2, kTailRoomAhead)));
         want = std::min(want, apart.tail.size() - apartFilled);
         return apart.tail.data() + apartFilled;
     }
@@ -64,7 +66,7 @@ void FrameReader::append(const char* data, size_t length) {
 }
 
 size_t FrameReader::missing() const {
-    if (receivingApart) return fillingApart() ? apart.tail.size() - apartFilled : 1;
+    if (receivingApart) return fillingApart() ? apartLength - apartFilled : 1;
     size_t have = end - start;
     if (have < kHeaderSize) return kHeaderSize - have;
     uint64_t payload = readLittleEndian(bytes.data() + start + 28, 8);
@@ -89,8 +91,9 @@ bool FrameReader::splitTail() {
     const size_t whole = static_cast<size_t>(readLittleEndian(at + 28, 8));
     readHeaderFields(at, apart);
     apart.payload.assign(payload, text);
-    apart.tail.resize(whole - text);
+    apartLength = whole - text;
     apartFilled = buffered - text;  // the frame is not whole, so this is less than the tail
+    apart.tail.resize(std::min<size_t>(apartLength, std::max<size_t>(apartFilled, kTailRoomAhead)));
     memcpy(apart.tail.data(), secondNul + 1, apartFilled);
     start = end;
     receivingApart = true;
@@ -100,10 +103,10 @@ bool FrameReader::splitTail() {
 FrameReader::Step FrameReader::take(Frame& frame) {
     if (isBroken) return Step::broken;
     if (receivingApart) {
-        if (apartFilled < apart.tail.size()) return Step::needMore;
+        if (apartFilled < apartLength) return Step::needMore;
         frame = std::move(apart);
         apart = Frame();
-        apartFilled = 0;
+        apartFilled = apartLength = 0;
         receivingApart = false;
         return Step::frame;
     }

@@ -21,6 +21,10 @@ public:
 
     // Payloads from this size on have their tail received apart.
     static constexpr uint64_t kTailApartFrom = 256 * 1024;
+    // A tail received apart gets this much room before its bytes arrive (a
+    // file piece fits whole); beyond it, room grows with what has arrived, so
+    // a length announced by a broken stream costs no memory of its own.
+    static constexpr uint64_t kTailRoomAhead = 4 * 1024 * 1024;
 
     // Room for `want` bytes where the next received bytes belong; `want` is
     // lowered when fewer fit there (the rest of a tail received apart). The
@@ -40,9 +44,10 @@ public:
 private:
     // Begins receiving the front frame's tail apart, once its text is in.
     bool splitTail();
-    bool fillingApart() const { return receivingApart && apartFilled < apart.tail.size(); }
+    bool fillingApart() const { return receivingApart && apartFilled < apartLength; }
 
     Frame apart;              // a large frame's header and text, its tail being received
+    size_t apartLength = 0;   // the tail's announced length
     size_t apartFilled = 0;   // bytes of apart.tail received so far
     bool receivingApart = false;
 

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -106,6 +107,40 @@ TEST(ParentFrameReader, AStreamThatIsNotTheWorkersEndsForGood) {
     FrameReader half;
     half.append(kHeart.data(), 4);
     EXPECT_EQ(half.take(frame), FrameReader::Step::needMore);
+}
+
+TEST(ParentFrameReader, ALargeTailGetsRoomAsItsBytesArriveNotAsItsLengthAnnounces) {
+    // A tail longer than the room given ahead, received in uneven reads,
+    // comes out whole.
+    Frame big;
+    big.taskId = 9;
+    big.payload = eventPayload("{}", std::string());
+    const size_t text = big.payload.size();
+    big.payload.resize(text + FrameReader::kTailRoomAhead + 12345);
+    for (size_t i = text; i < big.payload.size(); ++i) big.payload[i] = static_cast<char>(i * 7);
+    const std::string stream = zparent::encodeFrame(big);
+    FrameReader reader;
+    for (size_t at = 0, step = 1; at < stream.size(); at += step, step = step * 3 % 700001 + 1)
+        reader.append(stream.data() + at, std::min(step, stream.size() - at));
+    std::vector<Frame> got = readAll(reader);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].payload.size() + got[0].tail.size(), big.payload.size());
+    EXPECT_EQ(got[0].payload + got[0].tail, big.payload);
+
+    // A stream that announces the largest payload and sends a few bytes of
+    // it holds memory for those bytes, not for the gigabyte.
+    std::string header = zparent::encodeFrame(Frame{});
+    const uint64_t length = FrameReader::kMaxPayload;
+    for (int i = 0; i < 8; ++i) header[28 + i] = static_cast<char>(length >> (8 * i));
+    const std::string start = header + eventPayload("{}", std::string(100, 'x'));
+    const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+    FrameReader announced;
+    announced.append(start.data(), start.size());
+    Frame frame;
+    EXPECT_EQ(announced.take(frame), FrameReader::Step::needMore);
+    EXPECT_EQ(announced.missing(), FrameReader::kMaxPayload - (start.size() - header.size()));
+    const size_t held = mallinfo2().uordblks + mallinfo2().hblkhd - before;
+    EXPECT_LT(held, 2 * FrameReader::kTailRoomAhead);
 }
 
 TEST(ParentEvent, TailsComeRawOrInflatedAndABrokenOneIsFlagged) {
