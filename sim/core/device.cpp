@@ -42,6 +42,8 @@ bool Device::isNetwork() const { return dictString(profile_.get(), "Connection")
 
 bool Device::isJailbroken() const { return dictBool(profile_.get(), "Jailbroken").value_or(false); }
 
+bool Device::givesWholeDomains() const { return dictBool(profile_.get(), "WholeDomainReads").value_or(true); }
+
 uint32_t Device::productId() const {
     return static_cast<uint32_t>(dictUInt(dictDict(profile_.get(), "USB"), "ProductID").value_or(0x12a8));
 }

@@ -45,6 +45,8 @@ public:
     void setDeviceId(uint32_t id) { deviceId_ = id; }
     bool isNetwork() const;
     bool isJailbroken() const;
+    // False for a device that answers a domain only key by key.
+    bool givesWholeDomains() const;
     uint32_t productId() const;
     // The IPv4 address a network device is reached at (its own loopback
     // address, given by its NetworkEndpoint).

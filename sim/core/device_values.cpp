@@ -122,6 +122,10 @@ PlistPtr Device::getValue(const std::string& domain, const std::string& key, boo
         return nullptr;
     }
 
+    if (inSession && !givesWholeDomains()) {
+        error = "MissingValue";
+        return nullptr;
+    }
     PlistPtr all = adopt(base ? plist_copy(base) : plist_new_dict());
     if (domain.empty()) {
         for (const char* dyn : kDynamicKeys) {

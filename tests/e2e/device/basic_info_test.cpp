@@ -26,6 +26,7 @@ struct ReadyDevice {
     std::unique_ptr<Worker> worker;
     std::string udid;
     int64_t handle = 0;
+    std::string readyInfo;
 };
 
 // A simulator with the given profiles, a worker, and the first device ready.
@@ -42,6 +43,7 @@ ReadyDevice startWith(const std::vector<std::string>& profiles) {
     if (event) {
         ready.udid = event->uuid;
         ready.handle = event->code;
+        ready.readyInfo = event->info;
     }
     return ready;
 }
@@ -131,6 +133,36 @@ TEST(Overview, ThreePacketsInOrderWithMembersFromTheDevice) {
         kinds += storage[(std::string(kind) + "_PhysicalSize").c_str()].GetInt64();
     EXPECT_EQ(storage["Data_Others_PhysicalSize"].GetInt64(),
               storage["Data_PhysicalSize"].GetInt64() - storage["Data_FreeSize"].GetInt64() - kinds);
+}
+
+TEST(Overview, ADeviceThatGivesItsDomainsOnlyKeyByKeyIsReadTheSame) {
+    const std::string profile = e2e::profileDir("iphone13-ios17");
+    e2e::ProfileVariant keyByKey(
+        "iphone13-ios17", {{"<key>Values</key>", "<key>WholeDomainReads</key><false/><key>Values</key>"}});
+    ReadyDevice whole = startWith({profile});
+    ReadyDevice single = startWith({keyByKey.path()});
+    ASSERT_FALSE(whole.udid.empty());
+    ASSERT_FALSE(single.udid.empty()) << "the bring-up must read the values one by one";
+    rapidjson::Document readyWhole = parse(whole.readyInfo), readySingle = parse(single.readyInfo);
+    ASSERT_TRUE(readyWhole.IsObject() && readySingle.IsObject()) << single.readyInfo;
+    readyWhole.RemoveMember("Pid");  // each worker its own
+    readySingle.RemoveMember("Pid");
+    EXPECT_EQ(readySingle, readyWhole) << single.readyInfo;
+
+    auto first = [](ReadyDevice& device) {
+        auto events = device.worker->run(300, e2e::commandJson(device.udid));
+        return events.size() == 3 ? parse(events[0].tail) : rapidjson::Document();
+    };
+    rapidjson::Document fromWhole = first(whole);
+    rapidjson::Document fromSingle = first(single);
+    ASSERT_TRUE(fromWhole.IsObject());
+    ASSERT_TRUE(fromSingle.IsObject());
+    ASSERT_EQ(fromSingle.MemberCount(), fromWhole.MemberCount());
+    for (auto a = fromWhole.MemberBegin(), b = fromSingle.MemberBegin(); a != fromWhole.MemberEnd(); ++a, ++b) {
+        ASSERT_STREQ(b->name.GetString(), a->name.GetString()) << "members in the same order";
+        if (std::string(a->name.GetString()) != "TimeIntervalSince1970")
+            EXPECT_EQ(b->value, a->value) << a->name.GetString();
+    }
 }
 
 TEST(Overview, JailbreakMissingValuesIdleExitAndUnknownKinds) {
