@@ -31,18 +31,27 @@ int msUntil(std::chrono::steady_clock::time_point deadline) {
     return left < 0 ? 0 : static_cast<int>(left);
 }
 
-// Sleeps until the process ends or the deadline passes. A process descriptor
-// wakes us the moment it ends; where the kernel has none, a short nap stands in.
-void sleepUntilEnded(pid_t process, std::chrono::steady_clock::time_point deadline) {
-    int handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-    if (handle < 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::min(msUntil(deadline), 5)));
-        return;
+// A descriptor that becomes readable the moment a child process ends, so a
+// wait wakes then instead of at its next poll; where the kernel has none,
+// waits fall back to short naps.
+class EndWatch {
+public:
+    explicit EndWatch(pid_t process) : handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0))) {}
+    ~EndWatch() {
+        if (handle >= 0) close(handle);
     }
-    pollfd ended{handle, POLLIN, 0};
-    poll(&ended, 1, msUntil(deadline));
-    close(handle);
-}
+    EndWatch(const EndWatch&) = delete;
+    EndWatch& operator=(const EndWatch&) = delete;
+
+    void sleepUntilEnded(std::chrono::steady_clock::time_point deadline) const {
+        if (handle < 0) return std::this_thread::sleep_for(std::chrono::milliseconds(std::min(msUntil(deadline), 5)));
+        pollfd ended{handle, POLLIN, 0};
+        poll(&ended, 1, msUntil(deadline));
+    }
+
+private:
+    int handle;
+};
 
 }  // namespace
 
@@ -197,6 +206,7 @@ std::vector<Event> ParentLink::collectUntilReport(uint64_t taskId, std::chrono::
 bool ParentLink::waitWorkerExit(std::chrono::milliseconds timeout, int* status) {
     if (worker <= 0) return true;
     auto deadline = std::chrono::steady_clock::now() + timeout;
+    const EndWatch watch(worker);
     for (;;) {
         int result = 0;
         pid_t done = waitpid(worker, &result, WNOHANG);
@@ -206,7 +216,7 @@ bool ParentLink::waitWorkerExit(std::chrono::milliseconds timeout, int* status) 
             return true;
         }
         if (std::chrono::steady_clock::now() >= deadline) return false;
-        sleepUntilEnded(worker, deadline);
+        watch.sleepUntilEnded(deadline);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "zeb_mobile_export_fun.h"
 
+#include "zeb_module_search.h"
+
 #include <dlfcn.h>
 #include <glog/logging.h>
 #include <pthread.h>
@@ -22,8 +24,6 @@ std::filesystem::path ExecutableFolder() {
     return exe.parent_path();
 }
 
-bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
 // One name to resolve and the slot it fills. Slots are pointer sized, so the
 // address from dlsym is copied in as it is.
 struct Binding {
@@ -43,14 +43,7 @@ std::vector<std::string> CMobileExportFun::ProviderCandidates() {
     if (const char* chosen = std::getenv("ZEBRELO_DEVICE_PROVIDER"); chosen && *chosen) {
         return {chosen};
     }
-    std::vector<std::string> candidates;
-    auto folder = ExecutableFolder();
-    if (!folder.empty()) {
-        candidates.push_back((folder / kZebProviderFileName).string());
-        candidates.push_back((folder / ".." / "lib" / "zebrelo" / kZebProviderFileName).lexically_normal().string());
-    }
-    candidates.push_back(kZebProviderFileName);  // the dynamic linker's own search
-    return candidates;
+    return zeb::shippedLibraryCandidates(ExecutableFolder(), kZebProviderFileName);
 }
 
 bool CMobileExportFun::Init() {
@@ -71,9 +64,7 @@ bool CMobileExportFun::Init() {
     auto candidates = ProviderCandidates();
     std::string chosen;
     for (const auto& candidate : candidates) {
-        // A bare name is left to the dynamic linker; an explicit path must exist.
-        bool bareName = candidate.find('/') == std::string::npos;
-        if (bareName || FileExists(candidate)) {
+        if (zeb::worthLoading(candidate)) {
             chosen = candidate;
             break;
         }

@@ -9,11 +9,9 @@ CMobileExportFun& cf() { return CMobileExportFun::GetInstance(); }
 }  // namespace
 
 const void* CfDictionaryValue(CFTypeRef dict, const char* key) {
-    if (!dict || cf().CFGetTypeID(dict) != kZebCFDictionaryTypeID) return nullptr;
-    CFStringRef name = cf().CFStringCreateWithCString(nullptr, key, kZebCFStringEncodingUTF8);
-    const void* value = cf().CFDictionaryGetValue(static_cast<CFDictionaryRef>(dict), name);
-    cf().CFRelease(name);
-    return value;
+    if (!dict || !key || cf().CFGetTypeID(dict) != kZebCFDictionaryTypeID) return nullptr;
+    // Keys are the code's own names: interned once, not made and freed per look-up.
+    return cf().CFDictionaryGetValue(static_cast<CFDictionaryRef>(dict), cf().__CFStringMakeConstantString(key));
 }
 
 bool CfStringText(const void* value, std::string& out) {

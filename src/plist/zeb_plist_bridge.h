@@ -42,8 +42,9 @@ bool DecodeFrame(const uint8_t* bytes, size_t length, PlistVariant& variant);
 // The text of the first value in the top dictionary of XML text, or empty.
 std::string FirstValueText(const std::string& xml);
 
-// The value under `key` of a CF dictionary (not owned), or null when there
-// is none or `dict` is no dictionary.
+// The value under `key` (one of the code's own names: it is interned) of a
+// CF dictionary (not owned), or null when there is none or `dict` is no
+// dictionary.
 const void* CfDictionaryValue(CFTypeRef dict, const char* key);
 
 // A CF string as UTF-8; false when the value is no string.
@@ -56,6 +57,11 @@ bool CfFrameText(CFTypeRef value, std::string& out);
 // A dictionary member as text the way DecodeFrame keeps it: strings as above,
 // dates as "YYYY-MM-DDThh:mm:ssZ", data as its base64 lines; false otherwise.
 bool CfMemberText(CFTypeRef value, std::string& out);
+
+// A CF number as the value tree keeps a dictionary's number: whole numbers
+// only (unsigned ones beyond the signed range read as the largest); false for
+// reals and for anything that is no number.
+bool CfWholeNumber(CFTypeRef value, int64_t& out);
 
 // Received bytes (binary or XML property list) as an owned CF value, for
 // readers that pick a few members out of large messages; null on failure.

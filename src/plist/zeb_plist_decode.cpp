@@ -90,9 +90,11 @@ PlistVariant CfDictToVariant(CMobileExportFun& cf, CFTypeRef dict, int depth) {
             case kZebCFDataTypeID:
                 if (CfMemberText(value, text)) dictionary->Insert(key, PlistVariant::String(text));
                 break;
-            case kZebCFNumberTypeID:
-                if (!IsReal(cf, value)) dictionary->Insert(key, PlistVariant::Int64(CfInteger(cf, value)));
+            case kZebCFNumberTypeID: {
+                int64_t number = 0;
+                if (CfWholeNumber(value, number)) dictionary->Insert(key, PlistVariant::Int64(number));
                 break;
+            }
             case kZebCFBooleanTypeID:
                 dictionary->Insert(key, PlistVariant::Bool(cf.CFBooleanGetValue(value) != 0));
                 break;
@@ -190,6 +192,13 @@ bool CfMemberText(CFTypeRef value, std::string& out) {
         case kZebCFDataTypeID: return CfDataText(cf, value, out);
         default: return false;
     }
+}
+
+bool CfWholeNumber(CFTypeRef value, int64_t& out) {
+    auto& cf = CMobileExportFun::GetInstance();
+    if (!value || cf.CFGetTypeID(value) != kZebCFNumberTypeID || IsReal(cf, value)) return false;
+    out = CfInteger(cf, value);
+    return true;
 }
 
 CFTypeRef CfFromFrame(const uint8_t* bytes, size_t length) {

@@ -4,6 +4,7 @@
 #include "zeb_paths.h"
 
 #include "zeb_download_module.h"
+#include "zeb_module_search.h"
 
 #include <dlfcn.h>
 #include <glog/logging.h>
@@ -28,16 +29,8 @@ const DownloadModule& module() {
     static DownloadModule bound;
     static std::once_flag once;
     std::call_once(once, [] {
-        const auto beside = exeFolder();
-        const std::string candidates[] = {
-            (beside / ZEBRELO_DOWNLOAD_MODULE).string(),
-            (beside / ".." / "lib" / "zebrelo" / ZEBRELO_DOWNLOAD_MODULE).lexically_normal().string(),
-            ZEBRELO_DOWNLOAD_MODULE,  // the dynamic linker's own search
-        };
-        for (const auto& candidate : candidates) {
-            bool bareName = candidate.find('/') == std::string::npos;
-            std::error_code missing;
-            if (!bareName && !std::filesystem::exists(candidate, missing)) continue;
+        for (const auto& candidate : shippedLibraryCandidates(exeFolder(), ZEBRELO_DOWNLOAD_MODULE)) {
+            if (!worthLoading(candidate)) continue;
             void* library = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
             if (!library) {
                 LOG(WARNING) << "download module " << candidate << " did not load: " << dlerror();

@@ -104,10 +104,7 @@ DomainValues::~DomainValues() {
     if (values_) api().CFRelease(values_);
 }
 
-CFTypeRef DomainValues::find(const char* key) const {
-    if (!values_) return nullptr;
-    return api().CFDictionaryGetValue(values_, api().__CFStringMakeConstantString(key));
-}
+CFTypeRef DomainValues::find(const char* key) const { return CfDictionaryValue(values_, key); }
 
 bool HasSyncAccount(DeviceHandle handle, const char* className) {
     CFTypeRef domain = CopyDomainValue(handle, nullptr, "com.apple.mobile.data_sync");

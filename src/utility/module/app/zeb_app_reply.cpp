@@ -35,19 +35,7 @@ void send(AppReplyContext& reply, const EventEnvelope& envelope, uint16_t packet
 // Browse answers run to megabytes for a full device: they are read from the
 // CF property list itself, member by member, rather than turned whole into a
 // value tree (which would also round-trip every metadata blob through text).
-const void* cfMember(CFTypeRef dictionary, const char* key) {
-    return api().CFDictionaryGetValue(dictionary, api().__CFStringMakeConstantString(key));
-}
-
 bool cfIs(const void* value, CFTypeID type) { return value && api().CFGetTypeID(value) == type; }
-
-// An integer size as the value tree keeps one: whole numbers only.
-bool cfSize(const void* value, int64_t& size) {
-    if (!cfIs(value, kZebCFNumberTypeID)) return false;
-    const CFIndex type = api().CFNumberGetType(value);
-    if (type == 5 || type == 6 || type == 12 || type == 13) return false;
-    return api().CFNumberGetValue(value, kZebCFNumberSInt64Type, &size);
-}
 
 // The member of `apps` for an identifier, or null.
 rapidjson::Value* appObject(AppReplyContext& reply, const std::string& id) {
@@ -58,20 +46,20 @@ rapidjson::Value* appObject(AppReplyContext& reply, const std::string& id) {
 // Mode 0: one app with its attributes and its store metadata.
 void addApp(AppReplyContext& reply, CFTypeRef app) {
     std::string id;
-    if (!CfMemberText(cfMember(app, "CFBundleIdentifier"), id)) return;  // dropped
+    if (!CfMemberText(CfDictionaryValue(app, "CFBundleIdentifier"), id)) return;  // dropped
     Allocator& allocator = reply.apps.GetAllocator();
     rapidjson::Value object(rapidjson::kObjectType);
     std::string text;
-    if (!CfMemberText(cfMember(app, "ApplicationType"), text)) text.clear();
+    if (!CfMemberText(CfDictionaryValue(app, "ApplicationType"), text)) text.clear();
     object.AddMember("ApplicationType", rapidjson::Value(text.c_str(), text.size(), allocator), allocator);
     for (const char* key : {"CFBundleIdentifier", "CFBundleDisplayName", "CFBundleName", "CFBundleShortVersionString",
                             "CFBundleVersion", "Path"}) {
-        if (CfMemberText(cfMember(app, key), text))
+        if (CfMemberText(CfDictionaryValue(app, key), text))
             object.AddMember(rapidjson::Value(key, allocator), rapidjson::Value(text.c_str(), text.size(), allocator),
                              allocator);
     }
     // The store metadata is a property list held as data.
-    const void* metadata = cfMember(app, "iTunesMetadata");
+    const void* metadata = CfDictionaryValue(app, "iTunesMetadata");
     if (cfIs(metadata, kZebCFDataTypeID))
         zeb::addMetadataMembers(api().CFDataGetBytePtr(metadata), static_cast<size_t>(api().CFDataGetLength(metadata)),
                                 object, allocator);
@@ -95,12 +83,13 @@ void setSize(rapidjson::Value& object, const char* name, int64_t size, Allocator
 // Mode 5: sizes for apps the first pass found; others are ignored.
 void addSizes(AppReplyContext& reply, CFTypeRef app) {
     std::string id;
-    if (!CfMemberText(cfMember(app, "CFBundleIdentifier"), id)) return;
+    if (!CfMemberText(CfDictionaryValue(app, "CFBundleIdentifier"), id)) return;
     rapidjson::Value* found = appObject(reply, id);
     if (!found || !found->IsObject()) return;
     int64_t size = 0;
-    if (cfSize(cfMember(app, "DynamicDiskUsage"), size)) setSize(*found, "data-size", size, reply.apps.GetAllocator());
-    if (cfSize(cfMember(app, "StaticDiskUsage"), size)) setSize(*found, "app-size", size, reply.apps.GetAllocator());
+    Allocator& allocator = reply.apps.GetAllocator();
+    if (CfWholeNumber(CfDictionaryValue(app, "DynamicDiskUsage"), size)) setSize(*found, "data-size", size, allocator);
+    if (CfWholeNumber(CfDictionaryValue(app, "StaticDiskUsage"), size)) setSize(*found, "app-size", size, allocator);
 }
 
 // Modes 0 and 5: one page of a Browse answer.
@@ -110,11 +99,12 @@ void browsePage(AppReplyContext& reply, const uint8_t* bytes, uint32_t length, b
     if (!cfIs(message, kZebCFDictionaryTypeID)) return api().CFRelease(message);  // wait for the next frame
     std::string status;
     // A device that answers with an error sends nothing after it.
-    if ((CfMemberText(cfMember(message, "Status"), status) && status == "Complete") || cfMember(message, "Error")) {
+    const bool complete = CfMemberText(CfDictionaryValue(message, "Status"), status) && status == "Complete";
+    if (complete || CfDictionaryValue(message, "Error")) {
         *keepWaiting = false;
         return api().CFRelease(message);
     }
-    const void* list = cfMember(message, "CurrentList");
+    const void* list = CfDictionaryValue(message, "CurrentList");
     if (cfIs(list, kZebCFArrayTypeID)) {
         for (CFIndex i = 0, count = api().CFArrayGetCount(list); i < count; ++i) {
             const void* app = api().CFArrayGetValueAtIndex(list, i);
