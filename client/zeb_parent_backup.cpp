@@ -1,10 +1,12 @@
 #include "zeb_parent_backup.h"
 
+#include "zeb_json_parse.h"
+
 namespace zparent {
 
 std::string finalErrorText(const Event& event) {
     rapidjson::Document info;
-    info.Parse(event.info.c_str(), event.info.size());
+    zeb::parseJson(info, event.info.c_str(), event.info.size());
     if (!info.IsObject() || !info.HasMember("error") || !info["error"].IsString()) return {};
     return info["error"].GetString();
 }
@@ -24,7 +26,7 @@ BackupOutcome runBackup(ParentLink& link, const CommandRun& run, const std::stri
         if (event.frame.packetStatus != 2) return;
         if (event.stage == 0) {
             rapidjson::Document info;
-            info.Parse(event.info.c_str(), event.info.size());
+            zeb::parseJson(info, event.info.c_str(), event.info.size());
             if (info.IsObject() && info.HasMember("BackupDir") && info["BackupDir"].IsString())
                 outcome.folder = info["BackupDir"].GetString();
         } else if (event.stage == 1) {
@@ -42,7 +44,7 @@ BackupListing listBackups(ParentLink& link, const CommandRun& run, const std::ve
     listing.code = runCommand(link, run, 1602, json, std::nullopt, [&](const Event& event) {
         if (event.frame.packetStatus != 2) return;
         rapidjson::Document record;
-        record.Parse(event.info.c_str(), event.info.size());
+        zeb::parseJson(record, event.info.c_str(), event.info.size());
         if (!record.IsObject() || !record.HasMember("Path") || !record["Path"].IsString()) return;
         const std::string path = record["Path"].GetString();
         if (event.stage == 0) {

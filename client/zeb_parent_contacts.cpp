@@ -1,5 +1,6 @@
 #include "zeb_parent_contacts.h"
 
+#include "zeb_json_parse.h"
 #include "zeb_parent_commands.h"
 
 #include <plist/plist.h>
@@ -171,14 +172,14 @@ bool addToPagedList(PagedList& list, const Event& event, uint32_t commandType) {
     if (event.frame.commandType != commandType || event.frame.packetStatus != 2) return false;
     if (event.stage == 0) {
         rapidjson::Document info;
-        info.Parse(event.info.c_str(), event.info.size());
+        zeb::parseJson(info, event.info.c_str(), event.info.size());
         if (info.IsObject() && info.HasMember("Count") && info["Count"].IsInt64()) list.count = info["Count"].GetInt64();
         list.headSeen = true;
         return true;
     }
     if (event.stage != 1) return false;
     rapidjson::Document chunk;
-    chunk.Parse(event.tail.c_str(), event.tail.size());
+    zeb::parseJson(chunk, event.tail.c_str(), event.tail.size());
     if (!chunk.IsObject()) return false;
     auto& allocator = list.records.GetAllocator();
     for (auto& member : chunk.GetObject())

@@ -1,5 +1,7 @@
 #include "zeb_parent_frame.h"
 
+#include "zeb_json_parse.h"
+
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -101,7 +103,7 @@ bool parseEvent(Frame frame, Event& event) {
     event.envelope = payload.substr(firstNul + 1, secondNul - firstNul - 1);
 
     rapidjson::Document document;
-    document.Parse(event.envelope.c_str(), event.envelope.size());
+    zeb::parseJson(document, event.envelope.c_str(), event.envelope.size());
     if (document.HasParseError() || !document.IsObject()) return false;
     auto integer = [&](const char* key) -> int64_t {
         auto found = document.FindMember(key);
@@ -140,13 +142,13 @@ std::string describeEvent(const Event& event) {
     line.AddMember("commandType", event.frame.commandType, a);
     line.AddMember("packetStatus", event.frame.packetStatus, a);
     rapidjson::Document envelope;
-    envelope.Parse(event.envelope.c_str(), event.envelope.size());
+    zeb::parseJson(envelope, event.envelope.c_str(), event.envelope.size());
     rapidjson::Value envelopeValue;
     envelopeValue.CopyFrom(envelope, a);
     line.AddMember("event", envelopeValue, a);
     if (!event.tail.empty()) {
         rapidjson::Document tail;
-        tail.Parse(event.tail.c_str(), event.tail.size());
+        zeb::parseJson(tail, event.tail.c_str(), event.tail.size());
         if (event.type == 0 && !event.tailBroken && !tail.HasParseError()) {
             rapidjson::Value tailValue;
             tailValue.CopyFrom(tail, a);

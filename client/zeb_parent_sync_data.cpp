@@ -1,5 +1,6 @@
 #include "zeb_parent_sync_data.h"
 
+#include "zeb_json_parse.h"
 #include "zeb_parent_commands.h"
 
 #include "zeb_parent_contacts.h"
@@ -62,7 +63,7 @@ bool addToPagedItems(PagedItems& list, const Event& event, uint32_t commandType)
     if (event.frame.commandType != commandType || event.frame.packetStatus != 2) return false;
     if (event.stage == 0) {
         rapidjson::Document info;
-        info.Parse(event.info.c_str(), event.info.size());
+        zeb::parseJson(info, event.info.c_str(), event.info.size());
         if (!info.IsObject() || !info.HasMember("Count")) return false;
         if (info["Count"].IsInt64()) list.count = info["Count"].GetInt64();
         list.headSeen = true;
@@ -70,7 +71,7 @@ bool addToPagedItems(PagedItems& list, const Event& event, uint32_t commandType)
     }
     if (event.stage != 1) return false;
     rapidjson::Document chunk;
-    chunk.Parse(event.tail.c_str(), event.tail.size());
+    zeb::parseJson(chunk, event.tail.c_str(), event.tail.size());
     if (chunk.HasParseError()) return false;
     auto& allocator = list.items.GetAllocator();
     if (chunk.IsArray()) {

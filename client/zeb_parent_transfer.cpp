@@ -1,5 +1,6 @@
 #include "zeb_parent_transfer.h"
 
+#include "zeb_json_parse.h"
 #include "zeb_parent_commands.h"
 
 #include <fcntl.h>
@@ -141,7 +142,7 @@ std::set<int64_t> readPartialRecord(const fs::path& local, const std::string& de
     std::stringstream text;
     text << in.rdbuf();
     rapidjson::Document record;
-    record.Parse(text.str().c_str());
+    zeb::parseJson(record, text.str().c_str());
     std::set<int64_t> done;
     if (!record.IsObject() || integerOf(record, "size") != size) return done;
     auto path = record.FindMember("path");
@@ -247,7 +248,7 @@ TransferResult pullFile(ParentLink& link, uint64_t taskId, const std::string& ud
         return result;
     }
     rapidjson::Document description;
-    description.Parse(event.tail.c_str());
+    zeb::parseJson(description, event.tail.c_str());
     result.size = integerOf(description, "size");
     auto pieces = readPieces(description, result.size);
     if (result.size <= 0 || pieces.empty()) {
@@ -290,7 +291,7 @@ TransferResult pullFile(ParentLink& link, uint64_t taskId, const std::string& ud
         if (wait != Wait::Event) break;
         const bool asked = i + 1 >= pending.size() || ask(pending[i + 1].second);
         rapidjson::Document info;
-        info.Parse(event.info.c_str());
+        zeb::parseJson(info, event.info.c_str());
         if (integerOf(info, "id") != piece.id || event.tail.size() != static_cast<size_t>(piece.length) ||
             !writeAt(fd, event.tail, piece.offset)) {
             ::close(fd);
@@ -418,7 +419,7 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
         if (event.stage == 3) break;
         if (event.stage != 2) continue;
         rapidjson::Document request;
-        request.Parse(event.tail.c_str());
+        zeb::parseJson(request, event.tail.c_str());
         int64_t id = integerOf(request, "id"), offset = integerOf(request, "offset"),
                 length = integerOf(request, "offset_length");
         if (id <= 0 || offset < 0 || length <= 0 || length > 64 * kPieceSize || offset > result.size - length) {
@@ -525,7 +526,7 @@ FolderListing listFolder(ParentLink& link, uint64_t taskId, const std::string& u
         }
         if (event.stage != 1) continue;
         rapidjson::Document chunk;
-        chunk.Parse(event.tail.c_str());
+        zeb::parseJson(chunk, event.tail.c_str());
         if (!chunk.IsArray()) continue;
         for (const auto& value : chunk.GetArray()) {
             if (!value.IsObject()) continue;

@@ -6,4 +6,4 @@ zeb_fuzz_target(fuzz_file_pieces
           ${PROJECT_SOURCE_DIR}/src/ipc/zeb_file_packet.cpp
           ${PROJECT_SOURCE_DIR}/src/ipc/zeb_file_packet_writer.cpp
           ${PROJECT_SOURCE_DIR}/tests/unit/files/memory_piece_store.cpp
-  INCLUDES ${PROJECT_SOURCE_DIR}/src/ipc ${PROJECT_SOURCE_DIR}/tests/unit/files ${RAPIDJSON_INCLUDE_DIR})
+  INCLUDES ${PROJECT_SOURCE_DIR}/src/ipc ${PROJECT_SOURCE_DIR}/src/support ${PROJECT_SOURCE_DIR}/tests/unit/files ${RAPIDJSON_INCLUDE_DIR})

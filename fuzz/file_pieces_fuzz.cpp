@@ -4,6 +4,7 @@
 #include "memory_piece_store.h"
 #include "zeb_file_packet.h"
 #include "zeb_file_packet_writer.h"
+#include "zeb_json_parse.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
 
     rapidjson::Document json;
-    json.Parse(text.c_str(), text.size());
+    zeb::parseJson(json, text.c_str(), text.size());
     if (json.HasParseError()) return 0;
 
     FilePacket packet;

@@ -1,5 +1,6 @@
 #include "zctl_app_commands.h"
 #include "zctl_text.h"
+#include "zeb_json_parse.h"
 #include "zeb_parent_commands.h"
 
 #include <rapidjson/document.h>
@@ -55,7 +56,7 @@ int listApps(zparent::ParentLink& link, const std::string& udid, const AppOption
     int64_t code = runCommand(link, 501, udid, std::nullopt, options, [&](const zparent::Event& event) {
         if (event.stage != 1) return;
         rapidjson::Document group;
-        group.Parse(event.tail.c_str(), event.tail.size());
+        zeb::parseJson(group, event.tail.c_str(), event.tail.size());
         if (!group.IsObject()) return;
         for (auto& app : group.GetObject())
             all.AddMember(rapidjson::Value(app.name, all.GetAllocator()), rapidjson::Value(app.value, all.GetAllocator()),
@@ -102,7 +103,7 @@ int fetchIcons(zparent::ParentLink& link, const std::string& udid, const std::ve
     size_t written = 0;
     int64_t code = runCommand(link, 502, udid, zparent::jsonStringArray(ids), options, [&](const zparent::Event& event) {
         rapidjson::Document info;
-        info.Parse(event.info.c_str());
+        zeb::parseJson(info, event.info.c_str());
         if (event.type != 1 || !info.IsObject() || !info.HasMember("bundle_id") || !info["bundle_id"].IsString()) return;
         const fs::path file = out / iconFileName(info["bundle_id"].GetString());
         std::ofstream(file, std::ios::binary) << event.tail;
@@ -134,7 +135,7 @@ int installPackages(zparent::ParentLink& link, const std::string& udid, const st
     int64_t code = runCommand(link, 504, udid, zparent::jsonStringArray(paths), options, [&](const zparent::Event& event) {
         if (event.stage == 0 && event.type == 0) {
             rapidjson::Document metadata;
-            metadata.Parse(event.tail.c_str(), event.tail.size());
+            zeb::parseJson(metadata, event.tail.c_str(), event.tail.size());
             if (!metadata.IsObject()) return;
             current = member(metadata, "CFBundleIdentifier");
             started = false;

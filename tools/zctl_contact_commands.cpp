@@ -1,6 +1,7 @@
 #include "zctl_contact_commands.h"
 
 #include "zctl_command_runner.h"
+#include "zeb_json_parse.h"
 #include "zeb_parent_commands.h"
 #include "zeb_parent_contacts.h"
 
@@ -56,7 +57,7 @@ public:
     bool change(uint32_t command, const std::string& udid, const std::string& tail, rapidjson::Document& reply) {
         bool ok = false;
         const std::string text = runner_.change(command, udid, tail, ok);
-        if (!text.empty()) reply.Parse(text.c_str(), text.size());
+        if (!text.empty()) zeb::parseJson(reply, text.c_str(), text.size());
         return ok;
     }
 

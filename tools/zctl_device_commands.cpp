@@ -1,5 +1,7 @@
 #include "zctl_device_commands.h"
 
+#include "zeb_json_parse.h"
+
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
@@ -40,7 +42,7 @@ const char* codeText(int64_t code) {
 
 std::string describeDevice(const Event& event) {
     rapidjson::Document info;
-    info.Parse(event.info.c_str());
+    zeb::parseJson(info, event.info.c_str());
     if (!info.IsObject()) return event.uuid;
     auto text = [&](const char* key) { return info.HasMember(key) && info[key].IsString() ? info[key].GetString() : ""; };
     char line[512];
@@ -118,7 +120,7 @@ int finish(const std::vector<Event>& events, const char* what) {
 
 void printTable(const char* title, const std::string& json) {
     rapidjson::Document object;
-    object.Parse(json.c_str());
+    zeb::parseJson(object, json.c_str());
     if (!object.IsObject()) return;
     printf("%s\n", title);
     for (auto& member : object.GetObject()) {

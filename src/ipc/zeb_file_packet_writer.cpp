@@ -1,5 +1,7 @@
 #include "zeb_file_packet_writer.h"
 
+#include "zeb_json_parse.h"
+
 #include <string>
 #include <vector>
 
@@ -49,7 +51,7 @@ int FilePacketWriter::prepare() {
         uint32_t got = connection->read(stateFile, text.data(), static_cast<uint32_t>(text.size()));
         connection->close(stateFile);
         text.resize(got);
-        state.Parse(text.c_str(), text.size());
+        zeb::parseJson(state, text.c_str(), text.size());
         if (state.HasParseError() || !state.IsObject()) return writeStateFile();
         auto stateVersion = state.FindMember("version");
         auto stateSizeValue = state.FindMember("size");

@@ -7,6 +7,8 @@
 #include "zeb_thread_pool.h"
 #include "zeb_zlib_buffer.h"
 
+#include <glog/logging.h>
+
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -91,20 +93,19 @@ int ZEBClient::onHelperEvent(bas::ChannelEvent* event) {
     return 0;
 }
 
-void ZEBClient::buildEvent(const EventEnvelope& envelope, std::string& out) {
-    out = zeb::buildEventText(envelope);
-    if (envelope.tailLength == 0) return;
-    if (envelope.type == 0) {
-        std::string compressed;
-        bas::compressBuffer(compressed, envelope.tail, envelope.tailLength);
-        out += compressed;
-    } else {
-        out.append(static_cast<const char*>(envelope.tail), envelope.tailLength);
-    }
-}
-
 int ZEBClient::sendEvent(const EventEnvelope& envelope, IPCPacket1* packet) {
-    const std::string text = zeb::buildEventText(envelope);
+    std::string text = zeb::buildEventText(envelope);
+    if (text.size() >= zeb::kEventTextLimit) {
+        // Cut to 16 bits, the text would put the stream out of step; what
+        // could not be said whole is answered as bad input instead.
+        LOG(ERROR) << "Event text of " << text.size() << " bytes for command " << packet->commandType
+                   << " refused";
+        EventEnvelope refused;
+        refused.stage = envelope.stage;
+        refused.code = 21;
+        packet->packetStatus = 6;
+        return sendEvent(refused, packet);
+    }
     const void* tail = envelope.tail;
     uint64_t tailLength = envelope.tailLength;
     std::string compressed;

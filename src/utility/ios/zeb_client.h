@@ -23,8 +23,6 @@ public:
     // 0, or -1 when there is no connection. `packet` brings taskId,
     // commandType and packetStatus; the rest is filled in here.
     int sendEvent(const EventEnvelope& envelope, IPCPacket1* packet);
-    // The event text with its tail (compressed when type 0) in one string.
-    static void buildEvent(const EventEnvelope& envelope, std::string& out);
     void sendToHelper(bas::IPCPacketChannel& channel, IPCPacket1* packet);
 
     // Device ready (1) and device gone (2) become events for the parent.

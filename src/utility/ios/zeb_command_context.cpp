@@ -1,5 +1,6 @@
 #include "zeb_command_context.h"
 
+#include "zeb_json_parse.h"
 #include "zeb_zlib_buffer.h"
 
 #include <cstdlib>
@@ -41,7 +42,7 @@ bool CommandContext::tailText(std::string& out) const {
 bool CommandContext::readTail(rapidjson::Document& out) const {
     std::string text;
     if (!tailText(text)) return false;
-    out.Parse(text.c_str(), text.size());
+    zeb::parseJson(out, text.c_str(), text.size());
     return !out.HasParseError();
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 struct EventEnvelope {
     int32_t version = 1;
@@ -24,8 +25,19 @@ namespace zeb {
 // `uuid` (and in an `info` that is not itself JSON).
 std::string buildEventText(const EventEnvelope& envelope);
 
-// Escapes quote, backslash and control characters for a JSON string body;
-// ordinary text comes out unchanged.
+// Only 16 bits of an event text's length travel in its frame: a text this
+// long or longer cannot be sent whole.
+inline constexpr size_t kEventTextLimit = 65536;
+// The longest "uuid" a command may carry: far above any device's UDID, far
+// below what would push its answers past kEventTextLimit.
+inline constexpr size_t kUuidLimit = 1024;
+
+// Escapes quote, backslash and control characters for a JSON string body,
+// and writes bytes that are no UTF-8 as U+FFFD; ordinary text comes out
+// unchanged.
 std::string escapeJsonText(const std::string& text);
+// The text with every byte that is no UTF-8 replaced by U+FFFD.
+std::string validUtf8(std::string_view text);
+bool isValidUtf8(std::string_view text);
 
 }  // namespace zeb

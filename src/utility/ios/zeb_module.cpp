@@ -2,6 +2,8 @@
 
 #include "zeb_client.h"
 #include "zeb_device_monitor.h"
+#include "zeb_event.h"
+#include "zeb_json_parse.h"
 
 #include <malloc.h>
 
@@ -49,8 +51,16 @@ void ZEBModule::runDispatched(IPCPacket1* packet, const DispatchRules& rules, co
     context.packet = packet;
     std::string text;
     bool hasText = zeb::splitPayload(packet, context.version, text, context.tail, context.tailLength);
-    if (hasText) context.json.Parse(text.c_str(), text.size());
-    if (!hasText || context.json.HasParseError() || !context.json.IsObject()) {
+    if (hasText) zeb::parseJson(context.json, text.c_str(), text.size());
+    const bool isObject = hasText && !context.json.HasParseError() && context.json.IsObject();
+    if (isObject) {
+        auto uuid = context.json.FindMember("uuid");
+        if (uuid != context.json.MemberEnd() && uuid->value.IsString())
+            context.uuid.assign(uuid->value.GetString(), uuid->value.GetStringLength());
+    }
+    // A "uuid" past the bound would not fit the frame of the answer that
+    // repeats it: bad input, like a text that does not parse.
+    if (!isObject || context.uuid.size() > zeb::kUuidLimit) {
         if (rules.silentParseFailure) {
             packet->packetStatus = 6;
             return;
@@ -58,8 +68,6 @@ void ZEBModule::runDispatched(IPCPacket1* packet, const DispatchRules& rules, co
         report(packet, "", kCodeBadJson, nullptr);
         return;
     }
-    auto uuid = context.json.FindMember("uuid");
-    if (uuid != context.json.MemberEnd() && uuid->value.IsString()) context.uuid = uuid->value.GetString();
     auto code = context.json.FindMember("code");
     if (code != context.json.MemberEnd() && code->value.IsInt64()) context.code = code->value.GetInt64();
     else if (code != context.json.MemberEnd() && code->value.IsUint64()) context.code = static_cast<int64_t>(code->value.GetUint64());

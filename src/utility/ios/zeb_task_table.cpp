@@ -9,11 +9,11 @@ TaskTable& globalTaskTable() {
 
 void cancelTask(TaskTable& table, int64_t taskId) {
     std::lock_guard<std::mutex> hold(table.lock);
-    DhTask*& task = table.tasks[taskId];
-    if (!task) {
-        task = new DhTask;
-        task->taskId = taskId;
-    }
+    // An id no command has entered is ignored: a mark left for it would end,
+    // unanswered, whatever command the parent sends under that id later.
+    auto found = table.tasks.find(taskId);
+    if (found == table.tasks.end() || !found->second) return;
+    DhTask* task = found->second;
     task->state = kTaskCancelled;
     if (task->cancelAction) {
         auto action = task->cancelAction;

@@ -36,9 +36,8 @@ namespace zeb {
 // The table of commands that have no device.
 TaskTable& globalTaskTable();
 
-// Marks the task cancelled and runs its cancel action once. A cancel that
-// arrives before its command leaves a cancelled entry behind, so that the
-// command, when it comes, ends without starting.
+// Marks the task cancelled and runs its cancel action once. An unknown id is
+// ignored.
 void cancelTask(TaskTable& table, int64_t taskId);
 // The command's safe point: true once the task stands cancelled (running the
 // cancel action if one is still set).

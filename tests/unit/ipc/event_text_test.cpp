@@ -1,5 +1,6 @@
 // The exact bytes of event envelopes and of the frames that carry them.
 #include "zeb_event.h"
+#include "zeb_json_parse.h"
 #include "zeb_packet.h"
 #include "zeb_zlib_buffer.h"
 
@@ -46,6 +47,19 @@ TEST(EventText, PastedTextsThatWouldBreakTheJsonAreEscaped) {
     EXPECT_STREQ(document["uuid"].GetString(), "bad\"uuid\\\n");
     EXPECT_STREQ(document["info"].GetString(), "not json \"at all\"");
 
+    // Bytes that are no UTF-8 come out as U+FFFD, in a pasted text and inside
+    // the strings of pasted JSON alike; well-formed sequences stay.
+    envelope.uuid = "\xff\xfe\x80" "abc\xe2\x82\xac\xed\xa0\x80\xf0\x9f";
+    envelope.info = "{\"name\":\"a\xc0\xaf" "b\"}";
+    built = zeb::buildEventText(envelope);
+    json = built.substr(2, built.size() - 3);
+    document.Parse<rapidjson::kParseValidateEncodingFlag>(json.c_str());
+    ASSERT_FALSE(document.HasParseError()) << json;
+    EXPECT_STREQ(document["uuid"].GetString(),
+                 "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd" "abc\xe2\x82\xac"
+                 "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
+    EXPECT_STREQ(document["info"]["name"].GetString(), "a\xef\xbf\xbd\xef\xbf\xbd" "b");
+
     // A quoted text and a number are JSON already and go in as they stand.
     envelope.info = "\"12\"";
     envelope.uuid = "plain";
@@ -64,6 +78,11 @@ TEST(EventText, ZlibRoundTripAndEmptyInputFails) {
     EXPECT_FALSE(bas::decompressBuffer(unpacked, "", 0));
     EXPECT_TRUE(unpacked.empty());
     EXPECT_FALSE(bas::decompressBuffer(unpacked, "garbage!", 8));
+
+    // A stream that would inflate past the bound is refused, with nothing kept.
+    ASSERT_TRUE(bas::decompressBuffer(unpacked, packed.data(), packed.size(), tail.size()));
+    EXPECT_FALSE(bas::decompressBuffer(unpacked, packed.data(), packed.size(), tail.size() - 1));
+    EXPECT_TRUE(unpacked.empty());
     std::string empty;
     EXPECT_TRUE(bas::compressBuffer(empty, "", 0));
     EXPECT_FALSE(empty.empty());
@@ -83,30 +102,26 @@ TEST(FrameHeader, LayoutIsLittleEndianWithFiller) {
 
 }  // namespace
 
-#include "zeb_client.h"
-
 namespace {
 
-TEST(EventText, TypeZeroTailIsCompressedAndAnEmptyTailAddsNoBlock) {
-    EventEnvelope envelope;
-    envelope.uuid = "u";
-    std::string out;
-    ZEBClient::buildEvent(envelope, out);
-    EXPECT_EQ(out, zeb::buildEventText(envelope));
+TEST(BoundedJson, NestingPastTheBoundIsAParseErrorWhateverTheBracketsInStrings) {
+    rapidjson::Document document;
+    const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+    EXPECT_FALSE(zeb::parseJson(document, deep.c_str(), deep.size()));
+    EXPECT_TRUE(document.HasParseError());
+    const std::string unclosed(200000, '{');
+    EXPECT_FALSE(zeb::parseJson(document, unclosed.c_str(), unclosed.size()));
 
-    const std::string tail = "{\"Name\":\"x\"}";
-    envelope.tail = tail.data();
-    envelope.tailLength = tail.size();
-    ZEBClient::buildEvent(envelope, out);
-    const std::string head = zeb::buildEventText(envelope);
-    ASSERT_EQ(out.compare(0, head.size(), head), 0);
-    std::string inflated;
-    ASSERT_TRUE(bas::decompressBuffer(inflated, out.data() + head.size(), out.size() - head.size()));
-    EXPECT_EQ(inflated, tail);
+    const size_t limit = zeb::kJsonDepthLimit;
+    const std::string atLimit = std::string(limit, '[') + std::string(limit, ']');
+    EXPECT_TRUE(zeb::parseJson(document, atLimit.c_str(), atLimit.size()));
+    const std::string pastLimit = "[" + atLimit + "]";
+    EXPECT_FALSE(zeb::parseJson(document, pastLimit.c_str(), pastLimit.size()));
 
-    envelope.type = 1;  // raw tails go out untouched
-    ZEBClient::buildEvent(envelope, out);
-    EXPECT_EQ(out, zeb::buildEventText(envelope) + tail);
+    // Brackets and escaped quotes inside strings open nothing.
+    const std::string inString = "{\"a\":\"\\\"" + std::string(10000, '[') + "\"}";
+    EXPECT_TRUE(zeb::parseJson(document, inString.c_str(), inString.size()));
+    EXPECT_EQ(document["a"].GetStringLength(), 10001u);
 }
 
 }  // namespace

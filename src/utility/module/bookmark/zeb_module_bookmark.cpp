@@ -46,9 +46,10 @@ int64_t ZEBModuleBookmark::query(CommandContext& context) {
 }
 
 int64_t ZEBModuleBookmark::addBookmarks(CommandContext& context) {
-    // The parent wrote the whole change message; it goes as it came.
+    // The parent wrote the whole change message; it goes as it came. A tail
+    // that does not inflate, or inflates past the bound, is bad input.
     std::string text;
-    context.tailText(text);
+    if (context.tailLength != 0 && !context.tailText(text)) return kCodeBadTail;
     BookmarkReplyContext reply;
     SyncSession session(nullptr);
     if (!zeb::BeginSyncChange(context, bookmark::kAddTexts, bookmark::kAddWaits, session))

@@ -5,6 +5,7 @@
 #include "zeb_file_names.h"
 #include "zeb_file_packet_reader.h"
 #include "zeb_file_transfer.h"
+#include "zeb_json_parse.h"
 #include "zeb_module_file.h"
 
 namespace {
@@ -59,7 +60,7 @@ void sendPiece(CommandContext& context) {
     std::string infoText;
     if (!context.tailText(infoText)) return;
     rapidjson::Document info;
-    info.Parse(infoText.c_str(), infoText.size());
+    zeb::parseJson(info, infoText.c_str(), infoText.size());
     if (info.HasParseError()) return;  // 8: silence
 
     std::shared_ptr<FilePacketReader> reader;

@@ -3,6 +3,7 @@
 #include "zeb_afc.h"
 #include "zeb_command_table.h"
 #include "zeb_device_overview.h"
+#include "zeb_json_parse.h"
 #include "zeb_module_app.h"
 #include "zeb_plist_bridge.h"
 
@@ -140,7 +141,7 @@ void writeInfoPlist(ZEBDevice& device, const IPCPacket1* command, const std::fil
     ServicePtr afc = zeb::StartService(device.handle, error, "com.apple.afc", nullptr, true);
     rapidjson::Document properties;
     const std::string overview = zeb::BuildDeviceOverview(device);
-    properties.Parse(overview.c_str(), overview.size());
+    zeb::parseJson(properties, overview.c_str(), overview.size());
     if (!properties.IsObject()) properties.SetObject();
     auto property = [&](const char* key, std::string& out) {
         auto found = properties.FindMember(key);
