@@ -111,8 +111,11 @@ SessionPtr GetSession(DeviceHandle handle, int32_t& error);
 SessionPtr RenewSession(DeviceHandle handle, int32_t& error);
 // Drops the cache entries of a device that has gone; holders keep theirs.
 void ForgetDevice(DeviceHandle handle);
-// The one way to start a service. "com.apple.afc" is shared per device.
+// The one way to start a service. "com.apple.afc" is shared per device;
+// each device waits only for its own starts.
 ServicePtr StartService(DeviceHandle handle, int32_t& error, const char* name, CFDictionaryRef options, bool openAfc);
+// Drops the shared service of a device that has gone; holders keep it.
+void ForgetServices(DeviceHandle handle);
 
 // Fills the device from its lockdown values and its AFC device info.
 int32_t ReadDevice(ZEBDevice& device);
