@@ -5,6 +5,8 @@
 #include "zeb_device.h"
 #include "zeb_device_slots.h"
 
+#include <poll.h>
+
 #include <condition_variable>
 #include <cstdio>
 #include <set>
@@ -78,13 +80,17 @@ ServicePtr startInner(DeviceHandle handle, int32_t& error, const char* name, CFD
     return std::make_shared<ZEBDeviceService>(connection, afc, name, handle, std::move(session));
 }
 
-// The device's AFC service, shared by every command on it.
+// The device's AFC service, shared by every command on it. One whose link
+// broke (the device closed it, or went silent and the provider gave up on
+// it) is left to the holders that met the break; the next user opens a
+// fresh one.
 ServicePtr sharedAfc(DeviceHandle handle, int32_t& error) {
     auto slot = afcServices().slotOf(handle);
     std::lock_guard<std::mutex> hold(slot->lock);
-    if (auto live = slot->entry.lock()) return live;
+    if (auto live = slot->entry.lock())
+        if (!live->linkBroken()) return live;
     ServicePtr service = startInner(handle, error, kAfcService, nullptr, true);
-    if (service) slot->entry = service;
+    slot->entry = service;
     return service;
 }
 
@@ -125,3 +131,13 @@ ZEBDeviceService::~ZEBDeviceService() {
     if (name == zeb::kBackupService) zeb::releaseBackupTurn(handle);
 }
 
+bool ZEBDeviceService::linkBroken() const {
+    // Read without a word to the device: a socket whose peer hung up, or
+    // that the provider shut down when it gave up on the link, can carry no
+    // further exchange. Bytes waiting to be read are no sign of either.
+    const int fd = connection ? zeb::api().AMDServiceConnectionGetSocket(connection) : -1;
+    if (fd < 0) return true;
+    pollfd state{fd, POLLRDHUP, 0};
+    if (poll(&state, 1, 0) < 0) return false;
+    return (state.revents & (POLLHUP | POLLRDHUP | POLLERR | POLLNVAL)) != 0;
+}
