@@ -1,7 +1,8 @@
-// One device stalled beside a healthy one. The healthy one's commands all
-// answer while a command to the stalled one waits on it, and that command
-// ends, once the provider's patience with the silent device runs out, with
-// the code of a service that would not start.
+// A stalled device. Beside a healthy one, the healthy one's commands all
+// answer while a command to the stalled one waits on it; each caller of
+// the stalled one ends once the provider's patience with it runs out, with
+// the code of a service that would not start, or of a conversation that
+// broke when the service was already up.
 #include "fault_steps.h"
 
 #include <optional>
@@ -49,6 +50,25 @@ TEST(StalledDevice, HoldsUpOnlyItsOwnCallers) {
     ASSERT_TRUE(ended) << "the stalled device's caller waits without end";
     EXPECT_EQ(ended->code, 12);
     EXPECT_TRUE(e2e::workerUp(worker));
+}
+
+TEST(StalledDevice, BreaksAListingUnderWay) {
+    e2e::Simulator sim;
+    ASSERT_TRUE(sim.ready());
+    const std::string udid = sim.udids().front();
+    e2e::Worker worker(sim, 0, e2e::shortSilence());
+    ASSERT_TRUE(worker.waitForReady(udid));
+    // A pull opened and left idle keeps the device's AFC service up.
+    const uint64_t idle = worker.nextTaskId();
+    ASSERT_TRUE(worker.link.sendCommand(idle, 702, "{\"uuid\":\"" + udid + "\",\"code\":0,\"stage\":1}",
+                                        std::string("{\"path\":\"/Books/Books.plist\"}")));
+    auto opened = worker.waitFor([&](const Event& e) { return e.frame.taskId == idle; }, e2e::kAnswerTimeout);
+    ASSERT_TRUE(opened && opened->frame.packetStatus == 2);
+
+    ASSERT_EQ(e2e::strike(sim, udid, e2e::Fault::Stall), "ok");
+    auto listed = worker.run(704, e2e::commandJson(udid), std::string("{\"path\":\"/\"}"), 20s);
+    ASSERT_FALSE(listed.empty());
+    EXPECT_EQ(listed.back().code, 2);
 }
 
 }  // namespace
