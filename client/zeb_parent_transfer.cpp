@@ -423,6 +423,12 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
         }
         if (event.stage == 3) break;
         if (event.stage != 2) continue;
+        if (event.frame.packetStatus == 6) {
+            // The worker has ended the transfer: the device's link broke.
+            ::close(fd);
+            result.error = kLinkBroke;
+            return result;
+        }
         rapidjson::Document request;
         request.Parse(event.tail.c_str());
         int64_t id = integerOf(request, "id"), offset = integerOf(request, "offset"),

@@ -34,16 +34,7 @@ protected:
     void expectEndedByTheFault(const zparent::TransferResult& result, int64_t arrived) {
         EXPECT_FALSE(result.ok);
         EXPECT_EQ(result.transferred, arrived);
-        // The worker ends the pull as soon as the link breaks or its silence
-        // runs out; of a device pulled out, the gone event may come first.
-        if (fault() == e2e::Fault::Detach && result.error != zparent::kLinkBroke) {
-            EXPECT_EQ(result.error, "the device went away");
-        } else {
-            EXPECT_EQ(result.error, zparent::kLinkBroke);
-        }
-        if (fault() == e2e::Fault::Detach && result.error == zparent::kLinkBroke) {
-            EXPECT_TRUE(worker->waitFor([&](const zparent::Event& e) { return e2e::isGone(e, udid); }));
-        }
+        expectEndedByTheLink(result.error);
         EXPECT_TRUE(e2e::workerUp(*worker));
         EXPECT_EQ(e2e::cancelAgain(*worker, udid, nextTask), fault() == e2e::Fault::Detach ? 7 : 0);
         for (const std::string& name : e2e::namesIn(local()))

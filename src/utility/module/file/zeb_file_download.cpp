@@ -2,7 +2,6 @@
 // opens (stage 1), asks for one piece at a time (stage 2) and finishes
 // (stage 3); each piece leaves as a raw tail.
 #include "zeb_afc.h"
-#include "zeb_afc_piece_store.h"
 #include "zeb_file_names.h"
 #include "zeb_file_packet_reader.h"
 #include "zeb_file_transfer.h"
@@ -11,8 +10,6 @@
 namespace {
 
 constexpr uint16_t kStatusPiece = 2;
-// A failed open, or a piece whose link broke: the transfer is over.
-constexpr uint16_t kStatusFailed = 6;
 
 void openDownload(CommandContext& context) {
     rapidjson::Document tail;
@@ -53,8 +50,8 @@ void openDownload(CommandContext& context) {
         FileTransfer& transfer = zeb::transferOf(*task);
         if (transfer.filePacket == reader) dropped = zeb::takeTransfer(*task);
     }
-    zeb::sendTransferEvent(context, 1, 0, opened ? kStatusPiece : kStatusFailed, nullptr, description.data(),
-                           description.size());
+    const uint16_t status = opened ? kStatusPiece : zeb::kStatusTransferFailed;
+    zeb::sendTransferEvent(context, 1, 0, status, nullptr, description.data(), description.size());
 }
 
 void sendPiece(CommandContext& context) {
@@ -80,24 +77,9 @@ void sendPiece(CommandContext& context) {
     packet.buffer_size = packet.buffer ? kTransferBufferSize : 0;
     if (!reader->read(packet)) {
         // A piece the device could not give is not answered, unless the
-        // link broke under it: then the transfer is over and the parent
-        // hears so at once, and the device's other commands open a fresh
-        // link instead of meeting this one.
-        auto store = std::dynamic_pointer_cast<AfcPieceStore>(reader->connection);
-        if (!store || !store->linkBroken()) return;
-        FileTransfer dropped;
-        {
-            std::lock_guard<std::mutex> hold(context.device->taskTable.lock);
-            if (zeb::transferOf(*context.task).filePacket == reader) dropped = zeb::takeTransfer(*context.task);
-        }
-        // Every share let go before the parent hears: the broken service,
-        // and with it the session on the broken lockdown link, are gone
-        // when its next command comes.
+        // link broke under it.
         packet.connection.reset();
-        store.reset();
-        reader.reset();
-        dropped = FileTransfer();
-        zeb::sendTransferEvent(context, 2, 0, kStatusFailed, infoText.c_str(), nullptr, 0);
+        zeb::endTransferIfLinkBroke(context, std::move(reader), infoText.c_str());
         return;
     }
     zeb::sendTransferEvent(context, 2, 1, kStatusPiece, infoText.c_str(), packet.buffer, packet.result_size);
