@@ -91,7 +91,8 @@ class BrokenLink : public PullFaults {};
 TEST_P(BrokenLink, LeavesNothingBrokenForTheNextCommands) {
     putOnDevice("/Downloads/idle.bin", patternBytes(kPiece, 22));
     const uint64_t idle = ++nextTask;
-    ASSERT_TRUE(worker->link.sendCommand(idle, 702, commandWithStage(udid, 1), std::string("{\"path\":\"/Downloads/idle.bin\"}")));
+    const std::string idlePath = "{\"path\":\"/Downloads/idle.bin\"}";
+    ASSERT_TRUE(worker->link.sendCommand(idle, 702, commandWithStage(udid, 1), idlePath));
     auto opened = worker->waitFor([&](const zparent::Event& e) { return e.frame.taskId == idle; }, e2e::kAnswerTimeout);
     ASSERT_TRUE(opened && opened->frame.packetStatus == 2);
 
@@ -109,7 +110,8 @@ TEST_P(BrokenLink, LeavesNothingBrokenForTheNextCommands) {
 
     auto root = zparent::listFolder(worker->link, ++nextTask, udid, "/", e2e::kAnswerTimeout);
     EXPECT_EQ(root.code, 0);
-    EXPECT_TRUE(std::any_of(root.entries.begin(), root.entries.end(), [](const auto& e) { return e.name == "Downloads"; }));
+    EXPECT_TRUE(std::any_of(root.entries.begin(), root.entries.end(),
+                            [](const auto& entry) { return entry.name == "Downloads"; }));
 
     auto again = pull(nullptr, true);
     ASSERT_TRUE(again.ok) << again.error;
