@@ -289,6 +289,12 @@ TransferResult pullFile(ParentLink& link, uint64_t taskId, const std::string& ud
             wait = nextTaskEvent(link, taskId, udid, options.pieceTimeout, options.interrupted, event);
         } while (wait == Wait::Event && event.stage != 2);
         if (wait != Wait::Event) break;
+        if (event.frame.packetStatus == 6) {
+            // The worker has ended the transfer: the device's link broke.
+            ::close(fd);
+            result.error = kLinkBroke;
+            return result;
+        }
         const bool asked = i + 1 >= pending.size() || ask(pending[i + 1].second);
         rapidjson::Document info;
         zeb::parseJson(info, event.info.c_str());
@@ -418,6 +424,12 @@ TransferResult pushFile(ParentLink& link, uint64_t taskId, const std::string& ud
         }
         if (event.stage == 3) break;
         if (event.stage != 2) continue;
+        if (event.frame.packetStatus == 6) {
+            // The worker has ended the transfer: the device's link broke.
+            ::close(fd);
+            result.error = kLinkBroke;
+            return result;
+        }
         rapidjson::Document request;
         zeb::parseJson(request, event.tail.c_str());
         int64_t id = integerOf(request, "id"), offset = integerOf(request, "offset"),

@@ -37,6 +37,10 @@ struct TransferResult {
     int64_t skipped = 0;      // bytes a resume did not need to move
 };
 
+// The error of a pull or push the worker ended because the device's link
+// broke under a piece (packetStatus 6 on the piece's answer).
+inline constexpr char kLinkBroke[] = "the device's link broke";
+
 // The partial file of a pull and its record of the pieces it holds.
 std::filesystem::path partialPath(const std::filesystem::path& local);
 std::filesystem::path partialRecordPath(const std::filesystem::path& local);

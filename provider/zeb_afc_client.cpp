@@ -1,5 +1,7 @@
 #include "zeb_afc_client.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -45,6 +47,14 @@ std::vector<std::pair<std::string, std::string>> PairUp(const std::vector<std::s
     return pairs;
 }
 
+void AfcClient::Poison() {
+    broken_ = true;
+    // The socket stays its service connection's, but no exchange will run
+    // on it again: shut down, it tells the device the host is gone, and it
+    // tells the host's own holders that the link is broken without asking.
+    shutdown(fd_, SHUT_RDWR);
+}
+
 bool AfcClient::SendRequest(AfcOp op, const uint8_t* params, size_t paramsLength, const void* data,
                             size_t dataLength, uint64_t number, int silenceMs) {
     uint8_t head[kHeaderSize + 64];
@@ -62,20 +72,20 @@ bool AfcClient::SendRequest(AfcOp op, const uint8_t* params, size_t paramsLength
     if (paramsLength) std::memcpy(header + kHeaderSize, params, paramsLength);
     const bool sent = SendAll(fd_, header, kHeaderSize + paramsLength, silenceMs, nullptr) &&
                       (dataLength == 0 || SendAll(fd_, data, dataLength, silenceMs, nullptr));
-    if (!sent) broken_ = true;
+    if (!sent) Poison();
     return sent;
 }
 
 int32_t AfcClient::ReceiveHeader(uint64_t number, AfcOp& op, uint64_t& payloadLength, int silenceMs) {
     uint8_t answer[kHeaderSize];
     if (!ReceiveAll(fd_, answer, kHeaderSize, silenceMs, nullptr)) {
-        broken_ = true;
+        Poison();
         return kZebAFCIoError;
     }
     const uint64_t whole = ReadLe64(answer + 8);
     if (std::memcmp(answer, kMagic, 8) != 0 || whole < kHeaderSize || whole - kHeaderSize > kMaxReply ||
         ReadLe64(answer + 24) != number) {
-        broken_ = true;
+        Poison();
         return kZebAFCProtocolError;
     }
     op = static_cast<AfcOp>(ReadLe64(answer + 32));
@@ -86,14 +96,14 @@ int32_t AfcClient::ReceiveHeader(uint64_t number, AfcOp& op, uint64_t& payloadLe
 bool AfcClient::ReceivePayload(uint8_t* into, size_t capacity, uint64_t length, int silenceMs) {
     const size_t kept = static_cast<size_t>(std::min<uint64_t>(capacity, length));
     if (kept && !ReceiveAll(fd_, into, kept, silenceMs, nullptr)) {
-        broken_ = true;
+        Poison();
         return false;
     }
     uint8_t sink[4096];
     for (uint64_t rest = length - kept; rest > 0;) {
         const size_t now = static_cast<size_t>(std::min<uint64_t>(rest, sizeof sink));
         if (!ReceiveAll(fd_, sink, now, silenceMs, nullptr)) {
-            broken_ = true;
+            Poison();
             return false;
         }
         rest -= now;

@@ -59,6 +59,8 @@ public:
     int32_t CallForStrings(AfcOp op, const std::vector<uint8_t>& params, std::vector<std::string>& out);
 
 private:
+    // Marks the connection broken for good and shuts its socket down.
+    void Poison();
     // Header and parameters in one send, then the data; false when the
     // link failed (the connection is then broken for good).
     bool SendRequest(AfcOp op, const uint8_t* params, size_t paramsLength, const void* data, size_t dataLength,

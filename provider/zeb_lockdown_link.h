@@ -6,7 +6,12 @@
 #include "zeb_device_registry.h"
 #include "zeb_link_deadline.h"
 
+#include <string>
+
 namespace zebprov {
+
+// How the provider names itself to lockdown.
+inline constexpr char kLockdownLabel[] = "zebrelo";
 
 // Frees a link whose socket was cut: the client's own last StopSession
 // fails at once on the dead socket. The device is left without a link until
@@ -23,5 +28,18 @@ auto BoundedExchange(Device& device, Exchange exchange) -> decltype(exchange(dev
     if (deadline.Disarm()) DropLinkLocked(device);
     return result;
 }
+
+// Opens a session on the device's link with the host's pair record, its id
+// into sessionId. Caller holds device.lock.
+int32_t StartSessionLocked(Device& device, std::string& sessionId);
+
+// The link is shared by every holder of the device. When the device hung
+// up on it (its connections broken, the device still attached), it is
+// replaced before the next exchange, with a session again if its holders
+// had one: the next user opens afresh instead of failing on it. A link cut
+// for silence is not reopened here: it stays dropped until its holders
+// disconnect, so that a silent device doesn't cost each call another wait.
+// Caller holds device.lock.
+void ReplaceHungUpLinkLocked(Device& device);
 
 }  // namespace zebprov

@@ -9,7 +9,6 @@
 #include "zeb_cf_plist.h"
 #include "zeb_device_registry.h"
 #include "zeb_exports.h"
-#include "zeb_handshake_blocking.h"
 #include "zeb_sigpipe_guard.h"
 #include "zeb_lockdown_errors.h"
 #include "zeb_lockdown_link.h"
@@ -18,8 +17,6 @@
 using namespace zebprov;
 
 namespace {
-
-constexpr const char* kClientLabel = "zebrelo";
 
 // Closes the lockdown link and its session. Caller holds device.lock.
 void CloseLinkLocked(Device& device) {
@@ -41,26 +38,6 @@ void CloseLinkLocked(Device& device) {
     device.connectCount = 0;
 }
 
-// Opens a session with the host's pair record. Caller holds device.lock.
-int32_t StartSessionLocked(Device& device, std::string& sessionId) {
-    std::string hostId = ReadPairedHostId(device.udid);
-    if (hostId.empty()) return kZebAMDInvalidHostID;
-    char* id = nullptr;
-    int ssl = 0;
-    // The socket's mode is restored before a silent link is dropped.
-    lockdownd_error_t err = BoundedExchange(device, [&](lockdownd_client_t link) {
-        BlockingDuringHandshake noHandshakeSleeps(link);
-        return lockdownd_start_session(link, hostId.c_str(), &id, &ssl);
-    });
-    if (err != LOCKDOWN_E_SUCCESS) {
-        free(id);
-        return LockdownToResult(err);
-    }
-    sessionId = id ? id : "";
-    free(id);
-    return kZebAMDSuccess;
-}
-
 // Ends a session and replaces the link with a fresh one: a link that has
 // left TLS is not trusted to enter it again cleanly, so the next session
 // starts on a new link. A device that stays silent instead gets none until
@@ -71,7 +48,7 @@ void EndSessionLocked(Device& device, const std::string& sessionId) {
     if (!device.lockdown) return;
     lockdownd_client_free(device.lockdown);
     device.lockdown = nullptr;
-    if (lockdownd_client_new(device.idevice, &device.lockdown, kClientLabel) != LOCKDOWN_E_SUCCESS)
+    if (lockdownd_client_new(device.idevice, &device.lockdown, kLockdownLabel) != LOCKDOWN_E_SUCCESS)
         device.lockdown = nullptr;
 }
 
@@ -96,7 +73,7 @@ int32_t AMDeviceConnect(AMDeviceRef handle) {
     }
     device->idevice = OpenIdevice(*device);
     if (!device->idevice) return kZebAMDNotConnected;
-    lockdownd_error_t err = lockdownd_client_new(device->idevice, &device->lockdown, kClientLabel);
+    lockdownd_error_t err = lockdownd_client_new(device->idevice, &device->lockdown, kLockdownLabel);
     if (err != LOCKDOWN_E_SUCCESS) {
         device->lockdown = nullptr;
         CloseLinkLocked(*device);
@@ -133,6 +110,7 @@ int32_t AMDeviceValidatePairing(AMDeviceRef handle) {
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
     if (device->gone) return kZebAMDDeviceGone;
+    ReplaceHungUpLinkLocked(*device);
     if (!device->lockdown) return kZebAMDNotConnected;
     // A running or idle session proves the pairing.
     if (device->sessionCount > 0 || !device->sessionId.empty()) return kZebAMDSuccess;
@@ -148,6 +126,7 @@ int32_t AMDeviceStartSession(AMDeviceRef handle) {
     if (!device) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
     if (device->gone) return kZebAMDDeviceGone;
+    ReplaceHungUpLinkLocked(*device);
     if (!device->lockdown) return kZebAMDNotConnected;
     if (device->sessionCount > 0) {
         ++device->sessionCount;
@@ -180,6 +159,7 @@ CFTypeRef AMDeviceCopyValue(AMDeviceRef handle, CFStringRef domain, CFStringRef 
     auto device = FindDevice(handle);
     if (!device) return nullptr;
     std::lock_guard<std::mutex> hold(device->lock);
+    if (!device->gone) ReplaceHungUpLinkLocked(*device);
     if (device->gone || !device->lockdown) return nullptr;
     std::string domainText = TextOf(domain), keyText = TextOf(key);
     plist_t node = nullptr;
@@ -202,6 +182,7 @@ int32_t AMDeviceSetValue(AMDeviceRef handle, CFStringRef domain, CFStringRef key
     plist_t node = zebcf::ToPlist(value);
     if (!node) return kZebAMDBadArgument;
     std::lock_guard<std::mutex> hold(device->lock);
+    if (!device->gone) ReplaceHungUpLinkLocked(*device);
     if (device->gone || !device->lockdown) {
         plist_free(node);
         return device->gone ? kZebAMDDeviceGone : kZebAMDNotConnected;

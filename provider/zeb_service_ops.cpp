@@ -67,6 +67,7 @@ int32_t AMDeviceSecureStartService(AMDeviceRef handle, CFStringRef name, CFDicti
     {
         std::lock_guard<std::mutex> hold(device->lock);
         if (device->gone) return kZebAMDDeviceGone;
+        ReplaceHungUpLinkLocked(*device);
         if (!device->lockdown) return kZebAMDNotConnected;
         if (device->sessionCount == 0) return kZebAMDSessionInactive;
         const bool escrowBag = WantsEscrowBag(options);

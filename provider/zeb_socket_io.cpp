@@ -36,6 +36,13 @@ int IoTimeoutMs(int defaultMs) {
     return defaultMs;
 }
 
+bool PeerHungUp(int fd) {
+    if (fd < 0) return false;
+    pollfd p{fd, POLLRDHUP, 0};
+    if (poll(&p, 1, 0) <= 0) return false;
+    return (p.revents & (POLLHUP | POLLRDHUP | POLLERR | POLLNVAL)) != 0;
+}
+
 ssize_t ReceiveSome(int fd, void* buffer, size_t length, int timeoutMs, const std::atomic<bool>* gone) {
     if (fd < 0) return -1;
     if (length == 0) return 0;

@@ -17,6 +17,11 @@ int IoTimeoutMs(int defaultMs);
 // error, on silence beyond timeoutMs, or once *gone is set.
 ssize_t ReceiveSome(int fd, void* buffer, size_t length, int timeoutMs, const std::atomic<bool>* gone);
 
+// True when the peer has hung up on fd (or fd is shut down or failed):
+// no exchange can run on it again. Waits for nothing and reads nothing;
+// bytes waiting to be read are no sign of it.
+bool PeerHungUp(int fd);
+
 // All of the bytes, or false.
 bool ReceiveAll(int fd, void* buffer, size_t length, int timeoutMs, const std::atomic<bool>* gone);
 bool SendAll(int fd, const void* buffer, size_t length, int timeoutMs, const std::atomic<bool>* gone);

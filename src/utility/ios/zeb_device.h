@@ -88,6 +88,10 @@ public:
     ZEBDeviceService(AMDServiceConnectionRef connection, AFCConnectionRef afc, std::string name, DeviceHandle handle,
                      std::shared_ptr<ZEBDeviceSession> session);
     ~ZEBDeviceService();
+    // True once the link under the service can carry no more exchanges: the
+    // device closed it, or the provider gave up on a silent one. Asks the
+    // device nothing.
+    bool linkBroken() const;
     AMDServiceConnectionRef connection;
     AFCConnectionRef afc;
     const std::string name;
@@ -111,8 +115,11 @@ SessionPtr GetSession(DeviceHandle handle, int32_t& error);
 SessionPtr RenewSession(DeviceHandle handle, int32_t& error);
 // Drops the cache entries of a device that has gone; holders keep theirs.
 void ForgetDevice(DeviceHandle handle);
-// The one way to start a service. "com.apple.afc" is shared per device.
+// The one way to start a service. "com.apple.afc" is shared per device
+// until its link breaks; each device waits only for its own starts.
 ServicePtr StartService(DeviceHandle handle, int32_t& error, const char* name, CFDictionaryRef options, bool openAfc);
+// Drops the shared service of a device that has gone; holders keep it.
+void ForgetServices(DeviceHandle handle);
 
 // Fills the device from its lockdown values and its AFC device info.
 int32_t ReadDevice(ZEBDevice& device);

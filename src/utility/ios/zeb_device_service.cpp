@@ -1,10 +1,14 @@
 // Starting services. "com.apple.afc" is shared per device through a cache;
-// every other start takes its turn under one lock.
+// one backup conversation runs per device at a time. No lock is held across
+// a device call but the device's own AFC slot: a device that answers slowly
+// or not at all holds up only its own callers.
 #include "zeb_device.h"
+#include "zeb_device_slots.h"
+
+#include <poll.h>
 
 #include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <set>
 
 namespace zeb {
@@ -16,22 +20,36 @@ constexpr int32_t kPasswordProtected = static_cast<int32_t>(0xe800001a);
 const char kAfcService[] = "com.apple.afc";
 const char kBackupService[] = "com.apple.mobilebackup2";
 
-struct ServiceRegistry {
-    std::mutex lock;  // service_lock
+DeviceSlots<ZEBDeviceService>& afcServices() {
+    static auto* cache = new DeviceSlots<ZEBDeviceService>;
+    return *cache;
+}
+
+// The devices whose backup service is out, each by its key.
+struct BackupTurns {
+    std::mutex lock;
     std::condition_variable released;
-    std::map<DeviceHandle, std::weak_ptr<ZEBDeviceService>> afcServices;
     std::set<std::string> busy;
 };
 
-ServiceRegistry& registry() {
-    static auto* services = new ServiceRegistry;
-    return *services;
+BackupTurns& backupTurns() {
+    static auto* turns = new BackupTurns;
+    return *turns;
 }
 
 std::string busyKey(DeviceHandle handle) {
     char text[64];
     snprintf(text, sizeof text, "%s-%p", kBackupService, static_cast<void*>(handle));
     return text;
+}
+
+void releaseBackupTurn(DeviceHandle handle) {
+    BackupTurns& turns = backupTurns();
+    {
+        std::lock_guard<std::mutex> hold(turns.lock);
+        turns.busy.erase(busyKey(handle));
+    }
+    turns.released.notify_all();
 }
 
 ServicePtr startInner(DeviceHandle handle, int32_t& error, const char* name, CFDictionaryRef options, bool openAfc) {
@@ -62,26 +80,41 @@ ServicePtr startInner(DeviceHandle handle, int32_t& error, const char* name, CFD
     return std::make_shared<ZEBDeviceService>(connection, afc, name, handle, std::move(session));
 }
 
+// The device's AFC service, shared by every command on it. One whose link
+// broke (the device closed it, or went silent and the provider gave up on
+// it) is left to the holders that met the break; the next user opens a
+// fresh one.
+ServicePtr sharedAfc(DeviceHandle handle, int32_t& error) {
+    auto slot = afcServices().slotOf(handle);
+    std::lock_guard<std::mutex> hold(slot->lock);
+    if (auto live = slot->entry.lock())
+        if (!live->linkBroken()) return live;
+    ServicePtr service = startInner(handle, error, kAfcService, nullptr, true);
+    slot->entry = service;
+    return service;
+}
+
 }  // namespace
 
 ServicePtr StartService(DeviceHandle handle, int32_t& error, const char* name, CFDictionaryRef options, bool openAfc) {
-    ServiceRegistry& services = registry();
-    std::unique_lock<std::mutex> hold(services.lock);
-    if (std::string(name) == kAfcService) {
-        if (auto live = services.afcServices[handle].lock()) return live;
-        ServicePtr service = startInner(handle, error, kAfcService, nullptr, true);
-        if (service) services.afcServices[handle] = service;
-        return service;
-    }
-    // One backup conversation per device at a time: the next one waits
-    // until this service is let go. Other services only take turns.
-    const bool isBackup = std::string(name) == kBackupService;
+    if (std::string(name) == kAfcService) return sharedAfc(handle, error);
+    if (std::string(name) != kBackupService) return startInner(handle, error, name, options, openAfc);
+    // One backup conversation per device at a time: the next one waits until
+    // this service is let go. The turn is taken before the start, which runs
+    // with no lock held.
+    BackupTurns& turns = backupTurns();
     const std::string key = busyKey(handle);
-    if (isBackup) services.released.wait(hold, [&] { return services.busy.count(key) == 0; });
+    {
+        std::unique_lock<std::mutex> hold(turns.lock);
+        turns.released.wait(hold, [&] { return turns.busy.count(key) == 0; });
+        turns.busy.insert(key);
+    }
     ServicePtr service = startInner(handle, error, name, options, openAfc);
-    if (service && isBackup) services.busy.insert(key);
+    if (!service) releaseBackupTurn(handle);
     return service;
 }
+
+void ForgetServices(DeviceHandle handle) { afcServices().forget(handle); }
 
 }  // namespace zeb
 
@@ -95,12 +128,16 @@ ZEBDeviceService::~ZEBDeviceService() {
     printf("~ZEBDeviceService: %p name: %s\n", static_cast<void*>(this), name.c_str());
     if (afc) zeb::api().AFCConnectionClose(afc);
     if (connection) zeb::api().AMDServiceConnectionInvalidate(connection);
-    if (name == zeb::kBackupService) {
-        zeb::ServiceRegistry& services = zeb::registry();
-        {
-            std::lock_guard<std::mutex> hold(services.lock);
-            services.busy.erase(zeb::busyKey(handle));
-        }
-        services.released.notify_all();
-    }
+    if (name == zeb::kBackupService) zeb::releaseBackupTurn(handle);
+}
+
+bool ZEBDeviceService::linkBroken() const {
+    // Read without a word to the device: a socket whose peer hung up, or
+    // that the provider shut down when it gave up on the link, can carry no
+    // further exchange. Bytes waiting to be read are no sign of either.
+    const int fd = connection ? zeb::api().AMDServiceConnectionGetSocket(connection) : -1;
+    if (fd < 0) return true;
+    pollfd state{fd, POLLRDHUP, 0};
+    if (poll(&state, 1, 0) < 0) return false;
+    return (state.revents & (POLLHUP | POLLRDHUP | POLLERR | POLLNVAL)) != 0;
 }

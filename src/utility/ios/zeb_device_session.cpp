@@ -1,38 +1,14 @@
 // The lockdown link and sessions, each found again through a cache of weak
 // references so that all commands on a device share them.
 #include "zeb_device.h"
-
-#include <map>
+#include "zeb_device_slots.h"
 
 namespace zeb {
 
 namespace {
 
-// One slot per device with a lock of its own: a device that pairs or
-// answers slowly holds up only its own commands, not every device's.
-template <typename Shared>
-struct Slot {
-    std::mutex lock;
-    std::weak_ptr<Shared> entry;
-};
-template <typename Shared>
-struct SlotCache {
-    std::mutex lock;  // the map only
-    std::map<DeviceHandle, std::shared_ptr<Slot<Shared>>> slots;
-
-    std::shared_ptr<Slot<Shared>> slotOf(DeviceHandle handle) {
-        std::lock_guard<std::mutex> hold(lock);
-        auto& slot = slots[handle];
-        if (!slot) slot = std::make_shared<Slot<Shared>>();
-        return slot;
-    }
-    void forget(DeviceHandle handle) {
-        std::lock_guard<std::mutex> hold(lock);
-        slots.erase(handle);
-    }
-};
-using ConnectionCache = SlotCache<ZEBDeviceConnection>;
-using SessionCache = SlotCache<ZEBDeviceSession>;
+using ConnectionCache = DeviceSlots<ZEBDeviceConnection>;
+using SessionCache = DeviceSlots<ZEBDeviceSession>;
 
 ConnectionCache& connectionCache() {
     static auto* cache = new ConnectionCache;
@@ -119,6 +95,7 @@ SessionPtr RenewSession(DeviceHandle handle, int32_t& error) {
 }
 
 void ForgetDevice(DeviceHandle handle) {
+    ForgetServices(handle);
     sessionCache().forget(handle);
     connectionCache().forget(handle);
 }

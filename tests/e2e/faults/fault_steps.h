@@ -25,8 +25,9 @@ inline const auto kEveryFault = ::testing::Values(Fault::Detach, Fault::Break, F
 // For the worker: its device I/O gives up after two seconds of silence, so
 // that a stalled device fails a call in seconds rather than in a minute.
 std::map<std::string, std::string> shortSilence();
-// Longer than that silence: how long a parent waits for an answer.
-constexpr std::chrono::milliseconds kAnswerTimeout{3000};
+// Well beyond that silence (a worker that gave up answers at once): how
+// long a parent waits for an answer.
+constexpr std::chrono::milliseconds kAnswerTimeout{5000};
 
 // The fault, now; the control channel's answer.
 std::string strike(Simulator& sim, const std::string& udid, Fault fault);

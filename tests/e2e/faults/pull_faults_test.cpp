@@ -1,8 +1,10 @@
 // Command 702 hurt by the device (pulled out, its connections broken, or
 // stalled past the worker's patience) right after the open and in the
-// middle of a piece. No piece comes after the fault, the worker stays up,
-// and once the device is back the same pull resumes into the partial file.
+// middle of a piece. The pull ends at the fault, the worker stays up, and
+// once the device is back the same pull resumes into the partial file.
 #include "faulted_device.h"
+
+#include <algorithm>
 
 namespace fs = std::filesystem;
 
@@ -32,9 +34,7 @@ protected:
     void expectEndedByTheFault(const zparent::TransferResult& result, int64_t arrived) {
         EXPECT_FALSE(result.ok);
         EXPECT_EQ(result.transferred, arrived);
-        // The parent hears of a device that went, and otherwise of nothing at all.
-        EXPECT_EQ(result.error, fault() == e2e::Fault::Detach ? "the device went away"
-                                                              : "the worker did not answer in time");
+        expectEndedByTheLink(result.error);
         EXPECT_TRUE(e2e::workerUp(*worker));
         EXPECT_EQ(e2e::cancelAgain(*worker, udid, nextTask), fault() == e2e::Fault::Detach ? 7 : 0);
         for (const std::string& name : e2e::namesIn(local()))
@@ -82,5 +82,43 @@ TEST_P(PullFaults, InTheMiddleOfThePieceReadAhead) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFault, PullFaults, e2e::kEveryFault, e2e::faultName);
+
+// Connections broken under a pull, the device still in, and another pull
+// open and idle that still holds the broken links: the device's next
+// commands find fresh ones and answer as on a device that was never hurt.
+class BrokenLink : public PullFaults {};
+
+TEST_P(BrokenLink, LeavesNothingBrokenForTheNextCommands) {
+    putOnDevice("/Downloads/idle.bin", patternBytes(kPiece, 22));
+    const uint64_t idle = ++nextTask;
+    const std::string idlePath = "{\"path\":\"/Downloads/idle.bin\"}";
+    ASSERT_TRUE(worker->link.sendCommand(idle, 702, commandWithStage(udid, 1), idlePath));
+    auto opened = worker->waitFor([&](const zparent::Event& e) { return e.frame.taskId == idle; }, e2e::kAnswerTimeout);
+    ASSERT_TRUE(opened && opened->frame.packetStatus == 2);
+
+    ASSERT_EQ(arm("afc-read", kPiece + kPiece / 2), "ok");
+    auto broken = pull(nullptr, false);
+    EXPECT_TRUE(fired());
+    EXPECT_EQ(broken.error, zparent::kLinkBroke);
+    EXPECT_EQ(broken.transferred, kPiece);
+
+    auto overview = worker->run(300, e2e::commandJson(udid));
+    ASSERT_EQ(overview.size(), 3u);
+    EXPECT_EQ(overview[2].code, 0);
+    EXPECT_NE(overview[0].tail.find("\"UniqueDeviceID\":\"" + udid + "\""), std::string::npos) << overview[0].tail;
+    EXPECT_NE(overview[1].tail, "{}");
+
+    auto root = zparent::listFolder(worker->link, ++nextTask, udid, "/", e2e::kAnswerTimeout);
+    EXPECT_EQ(root.code, 0);
+    EXPECT_TRUE(std::any_of(root.entries.begin(), root.entries.end(),
+                            [](const auto& entry) { return entry.name == "Downloads"; }));
+
+    auto again = pull(nullptr, true);
+    ASSERT_TRUE(again.ok) << again.error;
+    EXPECT_EQ(again.skipped, kPiece);
+    EXPECT_TRUE(readLocal(local() / kName) == readOnDevice(kDevicePath));
+}
+
+INSTANTIATE_TEST_SUITE_P(Break, BrokenLink, ::testing::Values(e2e::Fault::Break), e2e::faultName);
 
 }  // namespace

@@ -22,6 +22,8 @@ public:
     bool rename(const std::string& from, const std::string& to) override;
 
     AFCConnectionRef afc() const { return service->afc; }
+    // The device link under the store broke: nothing more will pass on it.
+    bool linkBroken() const { return service->linkBroken(); }
 
 private:
     ServicePtr service;

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr uint16_t kStatusPiece = 2;
-constexpr uint16_t kStatusOpenFailed = 6;
 
 void openDownload(CommandContext& context) {
     rapidjson::Document tail;
@@ -52,8 +51,8 @@ void openDownload(CommandContext& context) {
         FileTransfer& transfer = zeb::transferOf(*task);
         if (transfer.filePacket == reader) dropped = zeb::takeTransfer(*task);
     }
-    zeb::sendTransferEvent(context, 1, 0, opened ? kStatusPiece : kStatusOpenFailed, nullptr, description.data(),
-                           description.size());
+    const uint16_t status = opened ? kStatusPiece : zeb::kStatusTransferFailed;
+    zeb::sendTransferEvent(context, 1, 0, status, nullptr, description.data(), description.size());
 }
 
 void sendPiece(CommandContext& context) {
@@ -77,7 +76,13 @@ void sendPiece(CommandContext& context) {
     // The thread's one block: no allocation per piece.
     packet.buffer = zeb::threadTransferBuffer();
     packet.buffer_size = packet.buffer ? kTransferBufferSize : 0;
-    if (!reader->read(packet)) return;
+    if (!reader->read(packet)) {
+        // A piece the device could not give is not answered, unless the
+        // link broke under it.
+        packet.connection.reset();
+        zeb::endTransferIfLinkBroke(context, std::move(reader), infoText.c_str());
+        return;
+    }
     zeb::sendTransferEvent(context, 2, 1, kStatusPiece, infoText.c_str(), packet.buffer, packet.result_size);
 }
 

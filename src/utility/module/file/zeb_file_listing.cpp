@@ -85,12 +85,15 @@ int64_t ZEBModuleFile::listFolder(CommandContext& context) {
     auto store = zeb::openPieceStore(*context.device);
     if (!store) return kCodeServiceFailed;
     AFCConnectionRef afc = store->afc();
+    // A folder the device could not be asked about is no missing folder:
+    // a link that broke or fell silent ends the listing as broken.
+    auto notListed = [&] { return store->linkBroken() ? kCodeConversationBroke : kCodeNoSuchFolder; };
     AfcFileInfo info;
-    if (!zeb::AfcGetFileInfo(afc, folder, info) || info.file_type != "S_IFDIR") return kCodeNoSuchFolder;
+    if (!zeb::AfcGetFileInfo(afc, folder, info) || info.file_type != "S_IFDIR") return notListed();
 
     std::vector<Entry> entries;
     AFCDirectoryRef directory = nullptr;
-    if (api().AFCDirectoryOpen(afc, folder.c_str(), &directory) != 0) return kCodeNoSuchFolder;
+    if (api().AFCDirectoryOpen(afc, folder.c_str(), &directory) != 0) return notListed();
     std::vector<std::string> names;
     char* name = nullptr;
     while (api().AFCDirectoryRead(afc, directory, &name) == 0 && name) {
@@ -105,6 +108,9 @@ int64_t ZEBModuleFile::listFolder(CommandContext& context) {
         if (readEntry(afc, path + child, entry)) entries.push_back(std::move(entry));
         if (zeb::isCancelled(context.device->taskTable, context.task)) return kCodeCancelled;
     }
+    // Entries whose reading failed are left out; a listing cut off by the
+    // link is not passed off as whole.
+    if (store->linkBroken()) return kCodeConversationBroke;
 
     const std::string head = "{\"Count\":" + std::to_string(entries.size()) + "}";
     zeb::sendTransferEvent(context, 0, 0, 2, head.c_str(), nullptr, 0);

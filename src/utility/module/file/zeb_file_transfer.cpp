@@ -86,6 +86,24 @@ void sendTransferEvent(const CommandContext& context, int32_t stage, int32_t typ
     ZEBClient::instance()->sendEvent(envelope, &frame);
 }
 
+bool endTransferIfLinkBroke(CommandContext& context, std::shared_ptr<FileHeader> filePacket, const char* info) {
+    auto store = std::dynamic_pointer_cast<AfcPieceStore>(filePacket->connection);
+    if (!store || !store->linkBroken()) return false;
+    FileTransfer dropped;
+    {
+        std::lock_guard<std::mutex> hold(context.device->taskTable.lock);
+        if (transferOf(*context.task).filePacket == filePacket) dropped = takeTransfer(*context.task);
+    }
+    // The last shares go before the parent hears: the broken service, and
+    // with it the session on the link that broke, are gone when its next
+    // command comes.
+    store.reset();
+    filePacket.reset();
+    dropped = FileTransfer();
+    sendTransferEvent(context, 2, 0, kStatusTransferFailed, info, nullptr, 0);
+    return true;
+}
+
 int64_t transferStage(const CommandContext& context) {
     auto stage = context.json.FindMember("stage");
     if (stage == context.json.MemberEnd() || !stage->value.IsInt64()) return 0;

@@ -44,6 +44,18 @@ FileTransfer takeTransfer(DhTask& task);
 // the transfer. True when the packet is to be served.
 bool beginTransferPacket(CommandContext& context);
 
+// The packetStatus of a transfer that failed: a 702 whose file would not
+// open, or a piece of either direction whose device link broke.
+inline constexpr uint16_t kStatusTransferFailed = 6;
+
+// After a piece failed: when the device link under the transfer broke, the
+// transfer is over. It is taken out of the task and let go with the shares
+// passed in (so that the device's next commands find no broken service
+// held), and the parent hears at once: stage 2 with kStatusTransferFailed,
+// `info`, and no bytes. False, with nothing done, when the link is whole:
+// that failure stays silent. The caller holds no other share of the store.
+bool endTransferIfLinkBroke(CommandContext& context, std::shared_ptr<FileHeader> filePacket, const char* info);
+
 // One conversation event: version 1, code 0, the device's UDID, the
 // packet's taskId and commandType.
 void sendTransferEvent(const CommandContext& context, int32_t stage, int32_t type, uint16_t packetStatus,

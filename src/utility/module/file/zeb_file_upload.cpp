@@ -83,7 +83,13 @@ void receivePiece(CommandContext& context) {
     // The piece's bytes stand raw behind the JSON text.
     packet.buffer = const_cast<unsigned char*>(context.tail);
     packet.buffer_size = context.tailLength;
-    if (!writer->file || writer->write(packet) != kWriterReady) return;
+    if (!writer->file || writer->write(packet) != kWriterReady) {
+        // Not answered, and the writer stays for a resend, unless the link
+        // broke under the piece.
+        packet.connection.reset();
+        zeb::endTransferIfLinkBroke(context, std::move(writer), nullptr);
+        return;
+    }
     // Fewer bytes than the piece info claims: kept, but not answered.
     if (static_cast<int64_t>(packet.buffer_size) < packet.offset_length) return;
     {

@@ -13,7 +13,8 @@
 //        head {"Count":n}, then stage 1 events whose tails are JSON arrays
 //        of up to 100 entries {"name","type":"file|folder|link|other",
 //        "size","mtime"} plus "target" for links; then the report: 0, 8 for
-//        a bad tail or a ".." path, 12 when AFC does not start, and
+//        a bad tail or a ".." path, 12 when AFC does not start, 2 when its
+//        link breaks or falls silent during the listing, and
 //        kCodeNoSuchFolder (60) when the path is missing or not a folder.
 //
 // A bad envelope sets packetStatus 6 and answers nothing.
