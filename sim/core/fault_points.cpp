@@ -9,7 +9,7 @@
 namespace zsim {
 namespace {
 
-const char* const kPoints[] = {"afc-read", "afc-write", "afc-open", "afc-device-info"};
+const char* const kPoints[] = {"afc-read", "afc-write", "afc-open", "afc-device-info", "sync-page", "browse-page"};
 
 struct Fault {
     uint64_t id = 0;

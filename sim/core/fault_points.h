@@ -18,6 +18,8 @@ namespace zsim {
 //   afc-write         bytes of file data that AFC writes put into files
 //   afc-open          AFC file open requests
 //   afc-device-info   AFC device information requests
+//   sync-page         pages of records a mobilesync session sends
+//   browse-page       pages of an installation proxy Browse answer
 bool isFaultPoint(const std::string& point);
 
 // Arms a fault at `point` of device `udid`: once `after` units have passed

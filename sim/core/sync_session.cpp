@@ -1,5 +1,6 @@
 #include "core/sync_session.h"
 
+#include "core/fault_points.h"
 #include "core/sync_messages.h"
 
 namespace zsim {
@@ -60,6 +61,9 @@ SyncSession::Step SyncSession::start(plist_t message) {
 }
 
 SyncSession::Step SyncSession::sendPage(SyncStore::Page page) {
+    // A fault here leaves this page unsent: a break or detach closes the
+    // stream it would go out on.
+    passFaultPoint(ctx_.udid, "sync-page", 1);
     lastPageSent_ = !page.more;
     ++pagesSent_;
     plist_t actions = plist_new_dict();

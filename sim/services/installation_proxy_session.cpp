@@ -1,6 +1,7 @@
 #include "installation_proxy_session.h"
 
 #include "core/app_service_frames.h"
+#include "core/fault_points.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -155,6 +156,7 @@ bool Session::browse(plist_t options) {
         if (typeMatches(app, options)) entries.push_back(selectAttributes(app, wanted));
     });
     for (size_t first = 0; first < entries.size(); first += kPageSize) {
+        passFaultPoint(ctx_.udid, "browse-page", 1);
         if (!waitWhileStalled(ctx_)) return false;
         const size_t amount = std::min(kPageSize, entries.size() - first);
         PlistPtr page = adopt(plist_new_dict());

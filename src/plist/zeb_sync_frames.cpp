@@ -30,33 +30,35 @@ bool SyncSendOnly(AMDServiceConnectionRef connection, const SyncMessage* message
 }
 
 uint8_t SyncReceive(AMDServiceConnectionRef connection, SyncMessageHandler handler, void* context,
-                    bool* streamLost) {
+                    SyncReceiveEnd* end) {
     auto& md = CMobileExportFun::GetInstance();
     uint8_t result = 0;
-    if (!md.initialised || !handler) return result;
-    bool lost = true;  // until a handler ends the wait
+    SyncReceiveEnd ended = SyncReceiveEnd::LinkFailed;  // until a frame says otherwise
     std::vector<uint8_t> body;  // reused across the frames of one conversation
-    for (;;) {
+    while (md.initialised && handler) {
         uint8_t prefix[4];
         if (!ReceiveExactly(md, connection, prefix, sizeof prefix)) break;
         uint32_t length = (uint32_t{prefix[0]} << 24) | (uint32_t{prefix[1]} << 16) | (uint32_t{prefix[2]} << 8) |
                           uint32_t{prefix[3]};
-        if (length < 1 || length > kSyncMaxFrame) break;
+        if (length < 1 || length > kSyncMaxFrame) {
+            ended = SyncReceiveEnd::BadLength;
+            break;
+        }
         body.resize(length);
         if (!ReceiveExactly(md, connection, body.data(), length)) break;
         bool keepWaiting = false;
         handler(context, body.data(), length, &keepWaiting, &result);
         if (!keepWaiting) {
-            lost = false;
+            ended = SyncReceiveEnd::Handled;
             break;
         }
     }
-    if (streamLost) *streamLost = lost;
+    if (end) *end = ended;
     return result;
 }
 
 uint8_t SyncExchange(AMDServiceConnectionRef connection, const SyncMessage* message, SyncMessageHandler handler,
-                     void* context, bool* streamLost) {
+                     void* context, SyncReceiveEnd* end) {
     SyncSendOnly(connection, message);
-    return SyncReceive(connection, handler, context, streamLost);
+    return SyncReceive(connection, handler, context, end);
 }

@@ -1,5 +1,6 @@
 #include "zeb_paths.h"
 
+#include "zeb_local_file.h"
 #include "zeb_settings.h"
 
 #include <unistd.h>
@@ -71,8 +72,9 @@ uint64_t folderSize(const std::filesystem::path& path, uint64_t start) {
 }
 
 std::filesystem::path uniqueLocalName(const std::filesystem::path& path) {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) return path;
+    // A link counts as taken even when it leads nowhere: the name given out
+    // is then created, never written through the link.
+    if (!localNameTaken(path)) return path;
     const std::string text = path.string();
     size_t slash = text.find_last_of('/');
     size_t dot = text.find_last_of('.');
@@ -82,7 +84,7 @@ std::filesystem::path uniqueLocalName(const std::filesystem::path& path) {
         dot = text.size();
     for (int n = 1; n <= 999; ++n) {
         std::filesystem::path candidate = text.substr(0, dot) + "(" + std::to_string(n) + ")" + text.substr(dot);
-        if (!std::filesystem::exists(candidate, error)) return candidate;
+        if (!localNameTaken(candidate)) return candidate;
     }
     return {};
 }

@@ -22,8 +22,8 @@ std::filesystem::path driverFolder();
 std::filesystem::path backupRoot();
 // `start` plus the sizes of every file below `path` (low 32 bits each).
 uint64_t folderSize(const std::filesystem::path& path, uint64_t start = 0);
-// `path` when it is free, else "name(1).ext", "name(2).ext" ... up to 999;
-// empty when all are taken.
+// `path` when nothing is there (not even a link that leads nowhere), else
+// "name(1).ext", "name(2).ext" ... up to 999; empty when all are taken.
 std::filesystem::path uniqueLocalName(const std::filesystem::path& path);
 // Every sub-text matching "Z_[0-9]+ASSETS", in order.
 std::vector<std::string> matchAll(const std::string& text);

@@ -1,6 +1,8 @@
 // Unpacking zip archives and reading single entries.
 #include "zeb_zip.h"
 
+#include "zeb_local_file.h"
+
 #include <minizip/unzip.h>
 
 #include <cstdio>
@@ -50,10 +52,10 @@ bool writeEntry(unzFile archive, const std::filesystem::path& target) {
     std::error_code error;
     // A link at the target's place is replaced, not written through.
     if (std::filesystem::is_symlink(target, error)) std::filesystem::remove(target, error);
-    std::unique_ptr<FILE, FileCloser> output(std::fopen(target.c_str(), "wb"));
+    std::unique_ptr<FILE, FileCloser> output(overwriteLocalFile(target));
     if (!output) {
         std::filesystem::create_directories(target.parent_path(), error);
-        output.reset(std::fopen(target.c_str(), "wb"));
+        output.reset(overwriteLocalFile(target));
     }
     if (!output) {
         std::printf("error opening %s\n", target.c_str());

@@ -1,6 +1,8 @@
 // Packing files into a zip archive.
 #include "zeb_zip.h"
 
+#include "zeb_local_file.h"
+
 #include <minizip/zip.h>
 
 #include <sys/stat.h>
@@ -73,10 +75,21 @@ bool copyIntoEntry(zipFile zip, FILE* input, const std::string& name, std::vecto
     }
 }
 
+// minizip's stdio file functions, except that the archive is opened as
+// every local file the worker writes is (zeb_local_file.h): a link at its
+// place is refused, not written through.
+voidpf ZCALLBACK openArchiveFile(voidpf, const void* name, int mode) {
+    if (!(mode & ZLIB_FILEFUNC_MODE_CREATE)) return nullptr;  // the writer only ever creates
+    return overwriteLocalFile(static_cast<const char*>(name));
+}
+
 }  // namespace
 
 bool writeZip(const ZipFileList& list, const std::filesystem::path& zipPath, const char* excluded) {
-    zipFile zip = zipOpen64(zipPath.c_str(), APPEND_STATUS_CREATE);
+    zlib_filefunc64_def files;
+    fill_fopen64_filefunc(&files);
+    files.zopen64_file = openArchiveFile;
+    zipFile zip = zipOpen2_64(zipPath.c_str(), APPEND_STATUS_CREATE, nullptr, &files);
     if (!zip) {
         std::printf("error opening %s\n", zipPath.c_str());
         return false;

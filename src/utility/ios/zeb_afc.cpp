@@ -1,5 +1,7 @@
 #include "zeb_afc.h"
 
+#include "zeb_local_file.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -91,8 +93,8 @@ bool AfcMakeDirectory(AFCConnectionRef afc, const std::string& path) {
 bool AfcCopyTreeToLocal(AFCConnectionRef afc, const std::string& devicePath, const std::filesystem::path& localDir) {
     AfcFileInfo info;
     if (!AfcGetFileInfo(afc, devicePath, info) || info.file_type != "S_IFDIR") return false;
-    std::error_code error;
-    std::filesystem::create_directories(localDir, error);
+    // A link in the folder's place is not copied through.
+    if (!makeLocalFolder(localDir)) return false;
     forEachName(afc, devicePath, [&](const char* name) {
         std::string child = childPath(devicePath, name);
         AfcFileInfo childInfo;
@@ -135,7 +137,7 @@ bool AfcDownloadFile(AFCConnectionRef afc, const std::string& devicePath, const 
     FILE* local = nullptr;
     bool reading = true;
     if (localPath) {
-        local = fopen(localPath->c_str(), "wb");
+        local = overwriteLocalFile(*localPath);  // truncated; a link there is refused
         reading = local != nullptr;  // an unopened local file ends the step, still true
     }
     int64_t total = 0;

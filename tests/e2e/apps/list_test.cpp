@@ -157,3 +157,25 @@ TEST_F(AppCommands, ListFailsCleanlyWhenTheProxyWillNotStart) {
     ASSERT_EQ(again.size(), 2u);
     EXPECT_EQ(again.back().code, 0);
 }
+
+TEST_F(AppCommands, AListCutOffByTheDeviceGivesWhatArrivedAndCode2) {
+    start(e2e::profileDir(kApps23), kApps23Udid);
+    // Browse pages hold 20 apps: the first cut leaves one page of the list,
+    // the second comes after the whole list, in the sizes' Browse.
+    struct Cut {
+        int after;
+        const char* action;
+        int apps;
+    };
+    for (const Cut& cut : {Cut{1, "break", 20}, Cut{2, "detach", 23}}) {
+        ASSERT_EQ(sim->control("fault " + udid + " browse-page after " + std::to_string(cut.after) + " " + cut.action),
+                  "ok");
+        auto events = run(501, std::nullopt);
+        ASSERT_GE(events.size(), 2u) << cut.action;
+        EXPECT_EQ(events.back().code, 2) << cut.action;
+        EXPECT_EQ(parseJson(events[0].info)["Count"].GetInt(), cut.apps) << cut.action;
+        int listed = 0;
+        for (size_t i = 1; i + 1 < events.size(); ++i) listed += parseJson(events[i].tail).MemberCount();
+        EXPECT_EQ(listed, cut.apps) << cut.action;
+    }
+}

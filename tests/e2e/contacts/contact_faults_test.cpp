@@ -44,17 +44,20 @@ std::unique_ptr<e2e::ProfileVariant> faultyProfile(const std::string& switches) 
         std::vector<std::pair<std::string, std::string>>{{"<key>BatchSize</key>", switches + "<key>BatchSize</key>"}});
 }
 
-TEST_F(ContactCommands, ADevicePulledOutMidReadGivesWhatArrived) {
-    auto profile = faultyProfile("<key>DropAfterPages</key><integer>2</integer>");
-    start({profile->path()}, {kContacts250Udid});
-    const ContactListing listing = list(kContacts250Udid);
-    EXPECT_EQ(reports(listing.events), 1u);
-    EXPECT_EQ(listing.code, 0);
-    // Two pages of 60 records: the groups and the first contacts.
-    EXPECT_EQ(listing.groups.count, 3);
-    EXPECT_GT(listing.contacts.count, 0);
-    EXPECT_LT(listing.contacts.count, 250);
-    EXPECT_EQ(static_cast<int64_t>(listing.contacts.records.MemberCount()), listing.contacts.count);
+TEST_F(ContactCommands, AReadCutOffByTheDeviceGivesWhatArrivedAndCode2) {
+    start({"iphone13-ios17-contacts250"}, {kContacts250Udid});
+    for (const char* action : {"break", "detach"}) {
+        // Two pages of 60 records go out (the groups and the first
+        // contacts), then the link breaks or the device is pulled out.
+        ASSERT_EQ(sim->control(std::string("fault ") + kContacts250Udid + " sync-page after 2 " + action), "ok");
+        const ContactListing listing = list(kContacts250Udid);
+        EXPECT_EQ(reports(listing.events), 1u) << action;
+        EXPECT_EQ(listing.code, 2) << action;
+        EXPECT_EQ(listing.groups.count, 3) << action;
+        EXPECT_GT(listing.contacts.count, 0) << action;
+        EXPECT_LT(listing.contacts.count, 250) << action;
+        EXPECT_EQ(static_cast<int64_t>(listing.contacts.records.MemberCount()), listing.contacts.count) << action;
+    }
 }
 
 TEST_F(ContactCommands, AFrameLargerThanTenMegabytesEndsTheRead) {

@@ -58,6 +58,33 @@ TEST_F(FileCommands, CopyBringsFilesFoldersAndBooksWithCleanUniqueNames) {
     EXPECT_FALSE(fs::exists(local() / "loud"));
 }
 
+TEST_F(FileCommands, CopyNeverWritesThroughALinkInTheFolder) {
+    putOnDevice("/Downloads/note.txt", "hello");
+    putOnDevice("/Downloads/tree/a.txt", "leaf");
+    putOnDevice("/Books/story.epub/mimetype", "application/epub+zip");
+    const fs::path outside = local() / "outside";
+    const fs::path dest = local() / "dest";
+    fs::create_directories(outside);
+    fs::create_directories(dest);
+    // Links that lead nowhere yet, where each item (and the book's staging
+    // copy) would go.
+    for (const char* name : {"note.txt", "tree", "story.epub", "story"})
+        fs::create_symlink(outside / (std::string("planted-") + name), dest / name);
+
+    auto result = zparent::copyItems(worker->link, ++nextTask, udid,
+                                     {{"note", "/Downloads/note.txt", dest.string()},
+                                      {"tree", "/Downloads/tree", dest.string()},
+                                      {"story", "/Books/story.epub", dest.string()}},
+                                     30s);
+    ASSERT_EQ(result.code, 0);
+    EXPECT_EQ(result.copied, (std::vector<std::string>{(dest / "note(1).txt").string(), (dest / "tree(1)").string(),
+                                                       (dest / "story(1).epub").string()}));
+    EXPECT_TRUE(fs::is_empty(outside));
+    EXPECT_EQ(readLocal(dest / "note(1).txt"), "hello");
+    EXPECT_EQ(readLocal(dest / "tree(1)/a.txt"), "leaf");
+    EXPECT_EQ(zeb::listZipEntries(dest / "story(1).epub"), std::vector<std::string>{"mimetype"});
+}
+
 TEST_F(FileCommands, CopyRefusesParentPathsAndBadTails) {
     putOnDevice("/Downloads/note.txt", "hello");
     auto refused = zparent::copyItems(worker->link, ++nextTask, udid,

@@ -142,7 +142,7 @@ TEST_F(FileCommands, PushPiecesThatDontFitAreIgnored) {
     EXPECT_TRUE(readOnDevice("/Downloads/x.bin") == bytes);
 }
 
-TEST_F(FileCommands, PushRefusesPathsThatClimbOut) {
+TEST_F(FileCommands, PushRefusesNamesThatClimbOutOrNameNoFile) {
     writeLocal(local() / "evil.bin", "evil");
     auto options = quick();
     options.pieceTimeout = 1500ms;
@@ -151,4 +151,18 @@ TEST_F(FileCommands, PushRefusesPathsThatClimbOut) {
     EXPECT_FALSE(result.ok);
     EXPECT_FALSE(fs::exists(fs::path(sim->folder) / "state" / "evil.bin"));
     EXPECT_FALSE(fs::exists(fs::path(sim->folder) / "state" / udid / "evil.bin"));
+
+    // A name the device would cut at its NUL, and names of no file: bad
+    // input, which an upload answers with silence, and nothing is written.
+    const std::string description =
+        "{\"md5\":\"\",\"version\":\"1\",\"size\":4,\"fbs\":{\"1\":{\"status\":0,\"offset\":0,\"offset_length\":4}}}";
+    const uint64_t first = nextTask + 1;
+    for (const char* name : {"x\\u0000y.txt", "/", "."})
+        worker->link.sendCommand(++nextTask, 703,
+                                 "{\"uuid\":\"" + udid + "\",\"code\":0,\"stage\":1,\"info\":{\"name\":\"" + name +
+                                     "\",\"dir\":\"/Downloads/\"}}",
+                                 description);
+    EXPECT_FALSE(worker->waitFor([&](const Event& e) { return e.frame.taskId >= first; }, 1500ms));
+    for (const char* path : {"/Downloads/x", "/Downloads/x.bak", "/Downloads/.bak", "/Downloads/..bak"})
+        EXPECT_FALSE(onDevice(path)) << path;
 }

@@ -1,10 +1,13 @@
 // Digest, size, time and path helpers, and the SQL regexp function.
 #include "zeb_digest.h"
 #include "zeb_format.h"
+#include "zeb_local_file.h"
 #include "zeb_paths.h"
 #include "zeb_sqlite_regexp.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -93,6 +96,41 @@ TEST_F(Files, UniqueLocalNameNumbersInFrontOfTheExtension) {
     // A dot in a folder's name is not an extension.
     write(root / "a.folder" / "notes", "x");
     EXPECT_EQ(zeb::uniqueLocalName(root / "a.folder" / "notes"), root / "a.folder" / "notes(1)");
+    // A link that leads nowhere holds its name all the same.
+    fs::create_symlink(root / "nowhere", root / "dangling.JPG");
+    EXPECT_EQ(zeb::uniqueLocalName(root / "dangling.JPG"), root / "dangling(1).JPG");
+}
+
+TEST_F(Files, LocalFilesAreNeverWrittenThroughALink) {
+    const fs::path outside = root / "outside";
+    fs::create_directory(outside);
+    write(outside / "kept", "kept");
+    fs::create_symlink(outside / "planted", root / "dangling");
+    fs::create_symlink(outside / "kept", root / "to-file");
+    fs::create_symlink(outside, root / "to-folder");
+    ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
+    for (const char* name : {"dangling", "to-file", "fifo"}) {
+        EXPECT_EQ(zeb::createLocalFile(root / name), nullptr) << name;
+        EXPECT_EQ(zeb::overwriteLocalFile(root / name), nullptr) << name;
+    }
+    EXPECT_FALSE(zeb::makeLocalFolder(root / "to-folder"));
+    EXPECT_FALSE(zeb::makeLocalFolder(root / "to-folder/"));
+    EXPECT_FALSE(fs::exists(outside / "planted"));
+    EXPECT_EQ(fs::file_size(outside / "kept"), 4u);
+
+    // Regular files: made anew, or overwritten when the caller reuses one.
+    FILE* made = zeb::createLocalFile(root / "new");
+    ASSERT_NE(made, nullptr);
+    fclose(made);
+    EXPECT_EQ(zeb::createLocalFile(root / "new"), nullptr);
+    write(root / "old", "old content");
+    FILE* reused = zeb::overwriteLocalFile(root / "old");
+    ASSERT_NE(reused, nullptr);
+    fputs("x", reused);
+    fclose(reused);
+    EXPECT_EQ(fs::file_size(root / "old"), 1u);
+    EXPECT_TRUE(zeb::makeLocalFolder(root / "a" / "b"));
+    EXPECT_TRUE(zeb::makeLocalFolder(root / "a" / "b"));
 }
 
 TEST_F(Files, FolderSizeAddsEveryFileBelow) {

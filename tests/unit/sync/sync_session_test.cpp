@@ -54,14 +54,15 @@ const std::string kPhone =
     "<string>com.apple.contacts.Phone Number</string><key>contact</key><array><string>1</string></array>"
     "<key>value</key><string>555</string></dict></dict>";
 
-void readContacts(ChangeReplyContext& reply) {
+// True when the read came to the list's end.
+bool readContacts(ChangeReplyContext& reply) {
     SyncSession session(nullptr);
     session.open(contact::kQueryTexts, nullptr);
     SyncRecordReader reader;
     reader.handler = ContactReplyHandler;
     reader.context = &reply;
     reader.mode = &reply.mode;
-    session.readAll(contact::kQueryTexts, reader);
+    return session.readAll(contact::kQueryTexts, reader);
 }
 
 TEST_F(SessionOrder, ReadAcknowledgesEveryBatchAndOnceMore) {
@@ -76,7 +77,7 @@ TEST_F(SessionOrder, ReadAcknowledgesEveryBatchAndOnceMore) {
     queueMessage("SDMessageDeviceReadyToReceiveChanges");
     queueMessage("SDMessageDeviceFinishedSession");
     ChangeReplyContext reply;
-    readContacts(reply);
+    EXPECT_TRUE(readContacts(reply));
     EXPECT_EQ(sentNames(), (std::vector<std::string>{"DLMessageVersionExchange", "SDMessageSyncDataClassWithDevice",
                                                     "SDMessageGetAllRecordsFromDevice",
                                                     "SDMessageAcknowledgeChangesFromDevice",
@@ -85,6 +86,23 @@ TEST_F(SessionOrder, ReadAcknowledgesEveryBatchAndOnceMore) {
     ASSERT_TRUE(reply.contacts.HasMember("1"));
     EXPECT_EQ(reply.contacts["1"]["com.apple.contacts.Phone Number"].Size(), 1u);
     EXPECT_EQ(device_.readPosition, device_.incoming.size());
+}
+
+TEST_F(SessionOrder, OnlyALinkThatEndsBeforeTheLastBatchCutsTheList) {
+    queueOpening();
+    queueMessage("SDMessageProcessChanges", kPerson + "<true/>");
+    // The link ends where the next batch would come.
+    ChangeReplyContext cut;
+    EXPECT_FALSE(readContacts(cut));
+    EXPECT_TRUE(cut.contacts.HasMember("1"));  // what came is kept
+
+    // Ending while the finish is awaited, after the last batch, cuts nothing.
+    device_ = ScriptedPeer();
+    queueOpening();
+    queueMessage("SDMessageProcessChanges", kPerson + "<true/>");
+    queueMessage("SDMessageDeviceReadyToReceiveChanges");
+    ChangeReplyContext whole;
+    EXPECT_TRUE(readContacts(whole));
 }
 
 TEST_F(SessionOrder, NameWaitsDropOtherMessagesAndMatchAnyElementInAnyCase) {
@@ -118,7 +136,7 @@ TEST_F(SessionOrder, AnOversizedFrameEndsTheDialogueWithoutReadingOn) {
     // Whatever follows can no longer be told apart from frame bodies.
     queueMessage("SDMessageProcessChanges", kPhone + "<true/>");
     ChangeReplyContext reply;
-    readContacts(reply);
+    EXPECT_TRUE(readContacts(reply));  // a length out of bounds ends the read with no error; only a failed receive cuts
     EXPECT_TRUE(reply.contacts.HasMember("1"));
     const auto names = sentNames();
     ASSERT_EQ(names.size(), 4u);  // version, start, get all, the one acknowledge

@@ -13,11 +13,16 @@ namespace {
 const char kInstallationProxy[] = "com.apple.mobile.installation_proxy";
 constexpr size_t kAppsPerEvent = 10;
 
-void exchange(AMDServiceConnectionRef connection, zeb::AppMessage kind, AppReplyContext& reply) {
+// One Browse, its pages through the handler until "Complete". False when
+// the device went away or the link broke first: the pages that came are
+// kept, but the list is not whole.
+bool exchange(AMDServiceConnectionRef connection, zeb::AppMessage kind, AppReplyContext& reply) {
     SyncMessage* message = zeb::encodeAppMessage(kind);
-    if (!message) return;
-    SyncExchange(connection, message, AppReplyHandler, &reply);
+    if (!message) return true;
+    SyncReceiveEnd end = SyncReceiveEnd::Handled;
+    SyncExchange(connection, message, AppReplyHandler, &reply, &end);
     FreeSyncMessage(message);
+    return end != SyncReceiveEnd::LinkFailed;
 }
 
 }  // namespace
@@ -31,14 +36,15 @@ int64_t ZEBModuleApp::listApps(CommandContext& context) {
     reply.udid = context.device->udid;
     reply.command = context.packet;
     reply.mode = kAppBrowseAttributes;
-    exchange(proxy->connection, zeb::AppMessage::BrowseAttributes, reply);
+    bool whole = exchange(proxy->connection, zeb::AppMessage::BrowseAttributes, reply);
     reply.mode = kAppBrowseDiskUsage;
-    exchange(proxy->connection, zeb::AppMessage::BrowseDiskUsage, reply);
+    whole = exchange(proxy->connection, zeb::AppMessage::BrowseDiskUsage, reply) && whole;
 
     // Groups of ten keep one event's size bounded.
     zeb::PagedReply list{context.packet, 501, context.device->udid};
     zeb::sendPagedObject(list, reply.apps.MemberCount(), reply.apps, kAppsPerEvent);
-    return kCodeSuccess;
+    // What came goes out either way; the code tells the parent it is not all.
+    return whole ? kCodeSuccess : kCodeConversationBroke;
 }
 
 namespace zeb {

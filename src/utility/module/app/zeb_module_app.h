@@ -3,7 +3,8 @@
 //   501  list the user apps: a stage 0 head {"Count":n}, then stage 1 events
 //        whose tails are JSON objects of up to 10 apps keyed by bundle
 //        identifier (attributes, store metadata, "app-size", "data-size");
-//        14 when the proxy does not start.
+//        14 when the proxy does not start, 2 when the device cut the list
+//        off (the apps that came were sent).
 //   502  icons: tail ["id", ...]; one event per icon found, type 1, info
 //        {"bundle_id":"id"}, the PNG as the raw tail; 8 bad tail, 14.
 //   504  install local .ipa files: tail ["/path.ipa", ...]; per package a

@@ -27,7 +27,8 @@ int64_t ZEBModuleBookmark::query(CommandContext& context) {
     reply.deviceId = context.device->udid;
     // The first batch is all that is read.
     const SyncRecordReader reader(BookmarkReplyHandler, &reply, &reply.mode, kBookmarkRead, kBookmarkRead, false);
-    if (!zeb::ReadAllSyncRecords(context, "Bookmark", bookmark::kListTexts, reader)) return kCodeSyncServiceFailed;
+    const int64_t read = zeb::ReadAllSyncRecords(context, "Bookmark", bookmark::kListTexts, reader);
+    if (read == kCodeSyncServiceFailed) return read;
     bookmark::sortTree(reply);
 
     const zeb::PagedReply list{context.packet, 1400, context.device->udid};
@@ -42,7 +43,7 @@ int64_t ZEBModuleBookmark::query(CommandContext& context) {
         const std::string tail(buffer.GetString(), buffer.GetSize());
         zeb::sendReplyEvent(list, 1, info.c_str(), &tail);
     }
-    return kCodeSuccess;
+    return read;  // a list the device cut off went out as far as it came
 }
 
 int64_t ZEBModuleBookmark::addBookmarks(CommandContext& context) {

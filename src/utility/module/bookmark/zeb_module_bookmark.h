@@ -6,7 +6,8 @@
 //   1401  add: the tail is the XML text of the change message itself.
 //   1402  remove a record: tail {"id":...}.
 //
-// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON.
+// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON, 2 a
+// list the device cut off (what came was sent).
 #pragma once
 
 #include "zeb_module.h"

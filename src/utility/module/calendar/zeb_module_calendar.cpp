@@ -38,14 +38,15 @@ int64_t ZEBModuleCalendar::query(CommandContext& context) {
     reply.deviceId = context.device->udid;
     const SyncRecordReader reader(CalendarReplyHandler, &reply, &reply.mode, kCalendarFirstBatch,
                                   kCalendarFurtherBatch, true);
-    if (!zeb::ReadAllSyncRecords(context, "Calendar", calendar::kTexts, reader)) return kCodeSyncServiceFailed;
+    const int64_t read = zeb::ReadAllSyncRecords(context, "Calendar", calendar::kTexts, reader);
+    if (read == kCodeSyncServiceFailed) return read;
 
     rapidjson::Document calendars;
     calendar::buildCalendars(reply, calendars);
     const int64_t count = zeb::syncListCount(*context.device, "Calendars", calendars.Size());
     zeb::sendPagedArray(zeb::PagedReply{context.packet, 1500, context.device->udid}, count, calendars,
                         kCalendarsPerChunk);
-    return kCodeSuccess;
+    return read;  // a list the device cut off went out as far as it came
 }
 
 int64_t ZEBModuleCalendar::addCalendar(CommandContext& context, const rapidjson::Document& request) {

@@ -9,7 +9,8 @@
 //         maps proposed ids to the device's; 29 when the calendar got none.
 //   1502  remove a record: tail {"id":...}.
 //
-// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON.
+// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON, 2 a
+// list the device cut off (what came was sent).
 #pragma once
 
 #include "zeb_module.h"

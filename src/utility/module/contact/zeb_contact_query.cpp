@@ -17,12 +17,13 @@ int64_t ZEBModuleContact::query(CommandContext& context) {
     reply.module = this;
     const SyncRecordReader reader(ContactReplyHandler, &reply, &reply.mode, kContactFirstBatch, kContactFurtherBatch,
                                   true);
-    if (!zeb::ReadAllSyncRecords(context, "Contact", contact::kQueryTexts, reader)) return kCodeSyncServiceFailed;
+    const int64_t read = zeb::ReadAllSyncRecords(context, "Contact", contact::kQueryTexts, reader);
+    if (read == kCodeSyncServiceFailed) return read;
 
     zeb::PagedReply groups{context.packet, 101, context.device->udid};
     zeb::sendPagedObject(groups, reply.groups.MemberCount(), reply.groups, kRecordsPerChunk);
     zeb::PagedReply contacts{context.packet, 100, context.device->udid};
     const int64_t count = zeb::syncListCount(*context.device, "Contacts", reply.contacts.MemberCount());
     zeb::sendPagedObject(contacts, count, reply.contacts, kRecordsPerChunk);
-    return kCodeSuccess;
+    return read;  // a list the device cut off went out as far as it came
 }

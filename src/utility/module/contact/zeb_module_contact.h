@@ -14,7 +14,8 @@
 //        device gives no id.
 //
 // 7 no device, 8 a tail that is not JSON, 13 the service would not start,
-// 21 a required key missing. A bad first JSON gets no report at all.
+// 21 a required key missing, 2 a list the device cut off (what came was
+// sent). A bad first JSON gets no report at all.
 #pragma once
 
 #include "zeb_module.h"

@@ -16,6 +16,12 @@ bool hasParentComponent(const std::string& path) {
     return false;
 }
 
+bool namesDeviceFile(const std::string& path) {
+    if (path.find('\0') != std::string::npos || hasParentComponent(path)) return false;
+    const std::string last = path.substr(path.rfind('/') + 1);  // npos + 1 is 0: the whole path
+    return !last.empty() && last != ".";
+}
+
 std::string cleanDisplayName(const std::string& name) {
     std::string clean = name;
     for (char& c : clean) {

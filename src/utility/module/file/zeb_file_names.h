@@ -9,6 +9,11 @@ namespace zeb {
 // True when a "/"-separated path has a ".." component: such paths are
 // refused rather than sent to the device.
 bool hasParentComponent(const std::string& path);
+// True when a device path names a file that may be made there: no NUL
+// byte (the device would cut the name at it), no ".." component, and a
+// last component that is a name, not empty nor ".", so that the file and
+// its temporary companions land inside the folder meant, under that name.
+bool namesDeviceFile(const std::string& path);
 // The display name as a single local file name: control bytes, DEL and
 // \ / : * ? " < | become '_' (">" and bytes from 0x80 up stay), and a name
 // that would still mean the folder itself or its parent becomes "_".

@@ -8,10 +8,13 @@
 
 namespace {
 
+// The whole text, a "\u0000" in it included, so that such a name is seen
+// and refused rather than cut short at it.
 std::string textOf(const rapidjson::Value* object, const char* key) {
     if (!object || !object->IsObject()) return {};
     auto found = object->FindMember(key);
-    return found != object->MemberEnd() && found->value.IsString() ? found->value.GetString() : std::string();
+    if (found == object->MemberEnd() || !found->value.IsString()) return {};
+    return std::string(found->value.GetString(), found->value.GetStringLength());
 }
 
 void requestPiece(CommandContext& context, const FilePiece& piece) {
@@ -30,8 +33,9 @@ void openUpload(CommandContext& context) {
     else
         folder = textOf(info, "dir");
     const std::string target = folder + name;
-    // Nothing is written outside the media partition, nor without a name.
-    if (name.empty() || zeb::hasParentComponent(target)) return;
+    // Nothing is written outside the media partition, nor without a name of
+    // its own: bad input, 8, which an upload answers with silence.
+    if (name.empty() || !zeb::namesDeviceFile(target)) return;
 
     rapidjson::Document description;
     if (!context.readTail(description) || !description.IsObject()) return;  // 8: silence

@@ -11,15 +11,14 @@ ServicePtr StartSyncService(CommandContext& context) {
     return service;
 }
 
-bool ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
-                        const SyncRecordReader& reader) {
+int64_t ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
+                           const SyncRecordReader& reader) {
     ServicePtr service = StartSyncService(context);
-    if (!service) return false;
+    if (!service) return kCodeSyncServiceFailed;
     LOG(INFO) << __FILE__ << " " << label << " querylist pInstallServer: " << static_cast<void*>(service->connection);
     SyncSession session(service->connection);
     session.open(texts, nullptr);
-    session.readAll(texts, reader);
-    return true;
+    return session.readAll(texts, reader) ? kCodeSuccess : kCodeConversationBroke;
 }
 
 bool BeginSyncChange(CommandContext& context, const SyncTexts& texts, const SyncWriteWaits& waits,

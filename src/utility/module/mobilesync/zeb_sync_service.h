@@ -19,9 +19,13 @@ ServicePtr StartSyncService(CommandContext& context);
 
 // The service started and every record of the class read through `reader`
 // (its handler, context and modes set), then the session finished. The
-// log names the query by `label`. False when the service would not start.
-bool ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
-                        const SyncRecordReader& reader);
+// log names the query by `label`. The code the list ends with:
+// kCodeSyncServiceFailed when the service would not start (nothing is to
+// be sent then), kCodeConversationBroke when the device went away or the
+// link broke before the list's end (the reader keeps what arrived, and the
+// parent gets that, then the code), else kCodeSuccess.
+int64_t ReadAllSyncRecords(CommandContext& context, const char* label, const SyncTexts& texts,
+                           const SyncRecordReader& reader);
 
 // The service started and a change session walked up to where the device
 // takes changes. False when the service would not start.

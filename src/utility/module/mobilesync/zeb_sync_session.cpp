@@ -24,7 +24,7 @@ void SyncSession::readDeviceVersion() {
     while (got < sizeof prefix) {
         ssize_t n = zeb::api().AMDServiceConnectionReceive(connection_, prefix + got, sizeof prefix - got);
         if (n < 1) {
-            lost_ = true;
+            lost_ = linkFailed_ = true;
             return;
         }
         got += static_cast<size_t>(n);
@@ -41,7 +41,7 @@ void SyncSession::readDeviceVersion() {
         const size_t chunk = left < sizeof buffer ? left : sizeof buffer;
         ssize_t n = zeb::api().AMDServiceConnectionReceive(connection_, buffer, chunk);
         if (n < 1) {
-            lost_ = true;
+            lost_ = linkFailed_ = true;
             return;
         }
         left -= static_cast<size_t>(n);
@@ -50,9 +50,10 @@ void SyncSession::readDeviceVersion() {
 
 uint8_t SyncSession::exchange(const SyncMessage* message, SyncMessageHandler handler, void* context) {
     if (lost_ || !message) return 0;
-    bool streamLost = false;
-    uint8_t result = SyncExchange(connection_, message, handler, context, &streamLost);
-    lost_ = streamLost;
+    SyncReceiveEnd end = SyncReceiveEnd::Handled;
+    uint8_t result = SyncExchange(connection_, message, handler, context, &end);
+    lost_ = end != SyncReceiveEnd::Handled;
+    linkFailed_ = end == SyncReceiveEnd::LinkFailed;
     return result;
 }
 
@@ -73,19 +74,24 @@ void SyncSession::open(const SyncTexts& texts, const char* startWait, const Sync
     waitFor(zeb::syncStartText(texts.start, clock).c_str(), startWait);
 }
 
-void SyncSession::readAll(const SyncTexts& texts, const SyncRecordReader& reader) {
+bool SyncSession::readAll(const SyncTexts& texts, const SyncRecordReader& reader) {
     *reader.mode = reader.firstBatchMode;
     exchangeText(texts.getAll, reader.handler, reader.context);
     // Built once: the loop sends the same bytes after every batch.
     MessagePtr acknowledge(EncodeMessage(texts.acknowledge));
     if (reader.readsEveryBatch) {
         *reader.mode = reader.furtherBatchMode;
+        // A broken link ends this loop as the last batch does; only
+        // linkFailed_ tells the two apart.
         while (exchange(acknowledge.get(), reader.handler, reader.context)) {
         }
-    } else {
-        exchange(acknowledge.get(), AnyMessageMatcher, nullptr);
     }
+    // Every batch the reader takes is in by now: what the link does from
+    // here on no longer cuts the list.
+    const bool whole = !linkFailed_;
+    if (!reader.readsEveryBatch) exchange(acknowledge.get(), AnyMessageMatcher, nullptr);
     waitFor(texts.finish, nullptr);
+    return whole;
 }
 
 void SyncSession::prepareChanges(const SyncTexts& texts, const SyncWriteWaits& waits) {

@@ -49,7 +49,10 @@ public:
     void open(const SyncTexts& texts, const char* startWait) { open(texts, startWait, zeb::syncClockNow()); }
 
     // After open: all records through the reader, acknowledges, finish.
-    void readAll(const SyncTexts& texts, const SyncRecordReader& reader);
+    // False when the device went away or the link broke before the
+    // reader's last batch was in (the opening included): the reader then
+    // holds only part of the list.
+    bool readAll(const SyncTexts& texts, const SyncRecordReader& reader);
 
     // After open: the device's pending changes asked for and acknowledged
     // unread, then the ping; the device then takes changes.
@@ -75,4 +78,6 @@ private:
 
     AMDServiceConnectionRef connection_;
     bool lost_ = false;
+    // The stream ended because a receive failed, not at a bad length.
+    bool linkFailed_ = false;
 };

@@ -55,13 +55,14 @@ int64_t ZEBModuleNote::query(CommandContext& context) {
     reply.deviceId = context.device->udid;
     // One batch is read; the rest are not asked for.
     const SyncRecordReader reader(NoteReplyHandler, &reply, &reply.mode, kNoteRead, kNoteRead, false);
-    if (!zeb::ReadAllSyncRecords(context, "Note", note::kTexts, reader)) return kCodeSyncServiceFailed;
+    const int64_t read = zeb::ReadAllSyncRecords(context, "Note", note::kTexts, reader);
+    if (read == kCodeSyncServiceFailed) return read;
 
     rapidjson::Document notes;
     note::notesJson(reply.notes, notes);
     const int64_t count = zeb::syncListCount(*context.device, "Notes", notes.Size());
     zeb::sendPagedArray(zeb::PagedReply{context.packet, 1200, context.device->udid}, count, notes, kNotesPerChunk);
-    return kCodeSuccess;
+    return read;  // a list the device cut off went out as far as it came
 }
 
 int64_t ZEBModuleNote::addNote(CommandContext& context, const rapidjson::Document& request) {

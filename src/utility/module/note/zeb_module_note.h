@@ -7,7 +7,8 @@
 //         reply is the note as the device would list it; 30 when the device
 //         gave it no id.
 //
-// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON.
+// 7 no device, 8 a tail that is not JSON, 13 no service, 21 bad JSON, 2 a
+// list the device cut off (what came was sent).
 #pragma once
 
 #include "zeb_module.h"
