@@ -73,9 +73,7 @@ TaskResult ZEBModuleiTunes::restoreBackup(ZEBDevice& device, const rapidjson::Va
     backup::ProgressStep step{progress};
     for (;;) {
         session.has_error = false;
-        session.kind = kBackupNone;
-        if (SyncReceive(session.connection, RestoreMessageHandler, &session) == 0)
-            return {kCodeConversationBroke, kTaskErrorUnknown};
+        if (!backup::receiveMessage(session, RestoreMessageHandler)) return {kCodeConversationBroke, kTaskErrorUnknown};
         step(session);
         if (session.kind == kBackupDisconnect) return {kCodeRestoreEnded, {}};
         if (session.kind == kBackupProcessMessage && session.has_error) {
