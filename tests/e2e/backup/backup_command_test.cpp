@@ -2,6 +2,7 @@
 // service, with the stock tool reading what the worker made.
 #include "backup_fixture.h"
 
+#include <fstream>
 #include <map>
 #include <regex>
 
@@ -165,23 +166,56 @@ TEST_F(BackupCommands, TwoBackupsOfOneDeviceTakeTurns) {
 
 namespace {
 
-TEST_F(BackupCommands, AfterADeviceIsCutOffMidwayTheNextBackupSucceeds) {
-    auto profile = backupVariant("<key>PageDelayMilliseconds</key><integer>300</integer>");
-    start(profile->path(), kNoAppsUdid);
-    const std::string json = "{\"uuid\":\"" + udid + "\",\"path\":\"" + (scratch / "cut" / "").string() + "\"}";
-    const uint64_t task = worker->nextTaskId();
-    ASSERT_TRUE(worker->link.sendCommand(task, 1600, json));
-    // Cut the device's connections once the first progress figure is in.
-    ASSERT_TRUE(worker->waitFor([&](const zparent::Event& e) {
-        return e.frame.taskId == task && e.stage == 1 && e.frame.packetStatus == 2;
-    }, std::chrono::seconds(30)).has_value());
-    ASSERT_EQ(sim->control("break " + udid), "ok");
-    auto final = worker->waitFor([&](const zparent::Event& e) { return e.frame.taskId == task && zparent::isFinalReport(e); },
-                                 std::chrono::seconds(60));
-    ASSERT_TRUE(final.has_value());
-    EXPECT_NE(final->code, 0);
-    EXPECT_TRUE(fs::is_empty(scratch / "cut"));  // the partial backup is gone
+// The device cut off (its links broken, or pulled out) right after the
+// first progress figure: the backup never ends as done, and its folder goes.
+TEST_F(BackupCommands, ABackupCutOffMidwayIsNeverDoneLeavesNoFolderAndTheNextSucceeds) {
+    start("iphone13-ios17-noapps", kNoAppsUdid);
+    // The cut races the worker's reading of the page the device has sent:
+    // a few rounds, most of them breaks, which meet the race more often.
+    for (int round = 0; round < 8; ++round) {
+        const bool pull = round % 4 == 3;
+        const fs::path root = scratch / ("cut" + std::to_string(round));
+        const std::string json = "{\"uuid\":\"" + udid + "\",\"path\":\"" + (root / "").string() + "\"}";
+        const uint64_t task = worker->nextTaskId();
+        ASSERT_TRUE(worker->link.sendCommand(task, 1600, json));
+        ASSERT_TRUE(worker->waitFor([&](const zparent::Event& e) {
+            return e.frame.taskId == task && e.stage == 1 && e.frame.packetStatus == 2;
+        }, std::chrono::seconds(30)).has_value());
+        ASSERT_EQ(sim->control((pull ? "detach " : "break ") + udid), "ok");
+        auto final = worker->waitFor(
+            [&](const zparent::Event& e) { return e.frame.taskId == task && zparent::isFinalReport(e); },
+            std::chrono::seconds(60));
+        ASSERT_TRUE(final.has_value());
+        // Pulled out, the device may be seen gone (45) or its link broken (2) first.
+        EXPECT_TRUE(final->code == 2 || final->code == 45) << "round " << round << ": " << final->code;
+        EXPECT_TRUE(fs::is_empty(root)) << "round " << round;  // the partial backup is gone
+        if (pull) {
+            ASSERT_EQ(sim->control("attach " + udid).rfind("ok", 0), 0u);
+            ASSERT_TRUE(worker->waitForReady(udid).has_value());
+        }
+    }
+    const zparent::BackupOutcome next = backup((scratch / "next" / "").string());
+    EXPECT_EQ(next.code, 0) << next.error;
+}
 
+// A folder that cannot be made ends the backup at once, before the device
+// is asked, so the device's next backup does not wait behind it.
+TEST_F(BackupCommands, AFolderThatCannotBeMadeEndsTheBackupAtOnce) {
+    start("iphone13-ios17-noapps", kNoAppsUdid);
+    std::ofstream(scratch / "file") << "a file";
+    fs::create_symlink(scratch / "loop", scratch / "loop");
+    const fs::path roots[] = {scratch / "file", scratch / "loop" / "inside", scratch / std::string(5000, 'x')};
+    for (const fs::path& root : roots) {
+        zparent::CommandRun run;
+        run.taskId = worker->nextTaskId();
+        run.idleTimeout = std::chrono::seconds(20);  // a backup that waits on the device would pass it
+        const zparent::BackupOutcome outcome = zparent::runBackup(worker->link, run, udid, (root / "").string());
+        EXPECT_EQ(outcome.code, 2) << root.string().substr(0, 80);
+        EXPECT_EQ(outcome.error, "Task error.");
+        EXPECT_FALSE(outcome.folder.empty());
+        EXPECT_TRUE(outcome.progress.empty());
+    }
+    EXPECT_EQ(fileBytes(scratch / "file"), "a file");
     const zparent::BackupOutcome next = backup((scratch / "next" / "").string());
     EXPECT_EQ(next.code, 0) << next.error;
 }

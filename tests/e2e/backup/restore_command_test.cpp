@@ -2,6 +2,8 @@
 // handing over exactly the files the device asks for.
 #include "backup_fixture.h"
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <map>
 
@@ -65,6 +67,10 @@ TEST_F(BackupCommands, ARestoreAnswersEveryRequestAndFaultsAreTheDevicesOrOurs) 
     zparent::LongCommandOutcome missing = restore(folder.string(), udid);
     EXPECT_EQ(missing.code, 104) << missing.error;
     EXPECT_NE(missing.error.find("files could not be restored"), std::string::npos) << missing.error;
+    // A FIFO in its place is no file either, and is not waited on.
+    ASSERT_EQ(mkfifo((folder / kSmsDbFile).c_str(), 0600), 0);
+    EXPECT_EQ(restore(folder.string(), udid).code, 104);
+    fs::remove(folder / kSmsDbFile);
     fs::rename(scratch / "sms.db", folder / kSmsDbFile);
 
     // An empty Manifest.plist is an unencrypted backup to the worker; the

@@ -123,6 +123,25 @@ TEST_F(BackupLoop, AGoodbyeShortOfTheEndIs45AndABrokenLinkIs2) {
     const TaskResult broken = run();
     EXPECT_EQ(broken.code, 2);
     EXPECT_EQ(broken.text, "Task error.");
+
+    // An answer that cannot go out is a link that broke, not a backup done.
+    device_ = ScriptedPeer();
+    session_.progress = 0;
+    device_.failBodySend = true;
+    queue("<array><string>DLMessageCreateDirectory</string><string>UDID</string><real>42.0</real></array>");
+    const TaskResult unsent = run();
+    EXPECT_EQ(unsent.code, 2);
+    EXPECT_TRUE(clean_);
+
+    // Nor may a free-space question the folder cannot answer leave the
+    // device waiting: the backup ends there.
+    device_ = ScriptedPeer();
+    session_.progress = 0;
+    session_.root_dir = root_ / "missing" / "";
+    queue("<array><string>DLMessageGetFreeDiskSpace</string><string>x</string></array>");
+    queue("<array><string>DLMessageProcessMessage</string><dict/><real>100.0</real></array>");
+    queue("<array><string>DLMessageDisconnect</string></array>");
+    EXPECT_EQ(run().code, 2);
 }
 
 TEST_F(BackupLoop, MovesAndRemovalsStayInsideTheBackupFolder) {

@@ -3,6 +3,7 @@
 #include "zeb_format.h"
 #include "zeb_local_file.h"
 #include "zeb_paths.h"
+#include "zeb_regular_file.h"
 #include "zeb_sqlite_regexp.h"
 
 #include <gtest/gtest.h>
@@ -137,6 +138,16 @@ TEST_F(Files, FolderSizeAddsEveryFileBelow) {
     write(root / "a", std::string(100, 'a'));
     write(root / "sub" / "deeper" / "b", std::string(23, 'b'));
     EXPECT_EQ(zeb::folderSize(root, 7), 130u);
+}
+
+TEST_F(Files, ARegularFileIsReadWholeUpToItsBoundAndNotBeyond) {
+    write(root / "ten", "0123456789");
+    std::string bytes;
+    EXPECT_TRUE(zeb::readRegularFile(root / "ten", 10, bytes));
+    EXPECT_EQ(bytes, "0123456789");
+    EXPECT_FALSE(zeb::readRegularFile(root / "ten", 9, bytes));
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_FALSE(zeb::readRegularFile(root, 100, bytes));  // a folder
 }
 
 TEST(MatchAll, FindsEveryJoinTableName) {

@@ -72,18 +72,27 @@ TaskResult ZEBModuleiTunes::backup(CommandContext& context, const rapidjson::Doc
     const fs::path target = session.root_dir / (device.udid + session.folder_suffix) / "";
     const zeb::PagedReply events{context.packet, context.packet->commandType, context.uuid};
     zeb::sendReplyEvent(events, 0, backupDirInfo(target).c_str(), nullptr);
+    // A folder that cannot be made (a file or a link loop on the way, a name
+    // too long) ends the backup here, before the device is asked and before
+    // other backups of the device queue behind a conversation that cannot
+    // go anywhere.
     fs::create_directories(target, ignored);
+    if (session.root_dir.empty() || !fs::is_directory(target, ignored))
+        return {kCodeConversationBroke, backup::kTaskError};
     backup::writeInfoPlist(device, context.packet, target);
 
     ServicePtr service = zeb::StartBackupService(device);
     if (!service) return {static_cast<int32_t>(kCodeBackupServiceFailed), "DeviceOpenAFCServiceFail"};
     session.connection = service->connection;
-    if (!backup::openConversation(session, backup::fillText(backup::kBackupRequest, device.udid))) return {0, {}};
-
-    backup::BackupLoopRules rules;
-    rules.progress = [&](int64_t hundredths) { zeb::sendReplyEvent(events, 1, nullptr, nullptr, hundredths); };
-    bool clean = false;
-    TaskResult result = backup::runBackupLoop(session, rules, clean);
+    TaskResult result;
+    bool clean = true;  // a conversation that never opened made no backup
+    if (!backup::openConversation(session, backup::fillText(backup::kBackupRequest, device.udid))) {
+        result = backup::linkEnded(session);
+    } else {
+        backup::BackupLoopRules rules;
+        rules.progress = [&](int64_t hundredths) { zeb::sendReplyEvent(events, 1, nullptr, nullptr, hundredths); };
+        result = backup::runBackupLoop(session, rules, clean);
+    }
     if (clean) {
         service.reset();
         zeb::deleteTree(target);

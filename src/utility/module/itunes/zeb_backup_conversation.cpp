@@ -2,6 +2,7 @@
 
 #include "zeb_backup_templates.h"
 #include "zeb_backup_upload.h"
+#include "zeb_command_context.h"
 #include "zeb_format.h"
 #include "zeb_plist_bridge.h"
 #include "zeb_sync_frames.h"
@@ -21,8 +22,6 @@ struct MessageDeleter {
     void operator()(SyncMessage* message) const { FreeSyncMessage(message); }
 };
 
-constexpr int32_t kCodeTaskError = 2;
-const char kTaskError[] = "Task error.";
 const char kNoSuchFile[] = "No such file or directory";
 
 void sendRaw(AMDServiceConnectionRef connection, const void* bytes, size_t length) {
@@ -47,6 +46,17 @@ bool freeBytes(const std::filesystem::path& root, int64_t& bytes) {
 }  // namespace
 
 namespace backup {
+
+TaskResult linkEnded(const BackupSession& session) {
+    if (session.device && session.device->state == kDeviceDisconnected) return {kCodeDeviceDisconnected, {}};
+    return {kCodeConversationBroke, kTaskError};
+}
+
+bool receiveMessage(BackupSession& session, SyncMessageHandler handler) {
+    session.kind = kBackupNone;
+    bool lost = false;
+    return SyncReceive(session.connection, handler, &session, &lost) != 0 && !lost;
+}
 
 std::string resultInfo(const TaskResult& result) {
     rapidjson::StringBuffer buffer;
@@ -115,13 +125,17 @@ void ProgressStep::operator()(const BackupSession& session) {
 TaskResult runBackupLoop(BackupSession& session, const BackupLoopRules& rules, bool& clean) {
     clean = false;
     ProgressStep progress{rules.progress};
+    // A conversation that stops short: what it left behind goes, unless the
+    // device had reached the end. A link that closed or broke, whether
+    // found by a read or by an answer that could not go out, is never a
+    // backup done.
+    auto cutOff = [&](TaskResult result) {
+        clean = session.progress < 100.0;
+        return result;
+    };
     for (;;) {
         if (rules.cancelled && rules.cancelled()) return {6, "Task cancelled."};
-        session.kind = kBackupNone;
-        if (SyncReceive(session.connection, BackupMessageHandler, &session) == 0) {
-            clean = session.progress < 100.0;
-            return {kCodeTaskError, kTaskError};
-        }
+        if (!receiveMessage(session, BackupMessageHandler)) return cutOff(linkEnded(session));
         progress(session);
         std::string answer;
         switch (session.kind) {
@@ -134,7 +148,10 @@ TaskResult runBackupLoop(BackupSession& session, const BackupLoopRules& rules, b
                 int64_t bytes = INT64_MAX;
                 if (rules.reportRealFreeSpace) {
                     if (session.root_dir.empty()) return {0, {}};
-                    if (!freeBytes(session.root_dir, bytes)) continue;
+                    // Left unanswered the device would wait for good: a
+                    // folder that cannot be asked is a folder the backup
+                    // cannot go into.
+                    if (!freeBytes(session.root_dir, bytes)) return cutOff({kCodeConversationBroke, kTaskError});
                 }
                 char text[sizeof kStatusFreeSpace + 32];
                 snprintf(text, sizeof text, kStatusFreeSpace, static_cast<long long>(bytes));
@@ -155,20 +172,16 @@ TaskResult runBackupLoop(BackupSession& session, const BackupLoopRules& rules, b
                 break;
             case kBackupUploadFiles: {
                 const int32_t code = rules.receiveUpload ? rules.receiveUpload(session) : receiveUploadedFiles(session);
-                if (code != 0) {
-                    clean = session.progress < 100.0;
-                    return {code, {}};
-                }
+                if (code != 0) return cutOff({code, {}});
                 answer = kStatusOkDictB;
                 break;
             }
             case kBackupDisconnect:
                 if (session.progress == 100.0) return {0, {}};
-                clean = session.progress < 100.0;
-                return {kCodeDeviceDisconnected, {}};
+                return cutOff({kCodeDeviceDisconnected, {}});
             default: continue;  // no answer: the device goes on by itself
         }
-        if (!sendTemplate(session.connection, answer)) return {0, {}};
+        if (!sendTemplate(session.connection, answer)) return cutOff(linkEnded(session));
     }
 }
 

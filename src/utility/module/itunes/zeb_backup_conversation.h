@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zeb_backup_session.h"
+#include "zeb_sync_frames.h"
 
 #include <functional>
 #include <string>
@@ -15,6 +16,18 @@ struct TaskResult {
 };
 
 namespace backup {
+
+// The text of code 2, a conversation that could not go on.
+inline constexpr char kTaskError[] = "Task error.";
+
+// What a conversation whose link closed or failed ends with: 45 when the
+// device has gone, else 2.
+TaskResult linkEnded(const BackupSession& session);
+
+// Reads frames until `handler` picks a message out (its kind lands in the
+// session). False when the link closed or failed first, even when frames
+// were dropped before: only a message picked out goes on to be answered.
+bool receiveMessage(BackupSession& session, SyncMessageHandler handler);
 
 // The final event's JSON: {"error": text}.
 std::string resultInfo(const TaskResult& result);

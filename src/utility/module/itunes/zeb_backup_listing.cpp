@@ -2,18 +2,18 @@
 // soon as it is found (stage 0), and again with its size once every one
 // has been found (stage 1), since sizing a folder takes long.
 #include "zeb_module_itunes.h"
+#include "zeb_backup_folder_files.h"
 #include "zeb_format.h"
 #include "zeb_paged_reply.h"
 #include "zeb_paths.h"
 #include "zeb_plist_bridge.h"
+#include "zeb_regular_file.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include <cctype>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -23,11 +23,10 @@ namespace {
 
 using Allocator = rapidjson::Document::AllocatorType;
 
-// A property list file as an owned CF value, or null.
-CFPropertyListRef readPlist(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty()) return nullptr;
+// A property list file of at most `limit` bytes as an owned CF value, or null.
+CFPropertyListRef readPlist(const fs::path& file, size_t limit) {
+    std::string bytes;
+    if (!zeb::readRegularFile(file, limit, bytes) || bytes.empty()) return nullptr;
     CFDataRef data = zeb::api().CFDataCreate(nullptr, reinterpret_cast<const uint8_t*>(bytes.data()),
                                              static_cast<CFIndex>(bytes.size()));
     if (!data) return nullptr;
@@ -64,7 +63,7 @@ private:
             if (!fs::exists(folder / name, error)) return false;
         const std::string key = folder.string();
         if (found_.HasMember(key.c_str())) return true;
-        CFPropertyListRef info = readPlist(folder / "Info.plist");
+        CFPropertyListRef info = readPlist(folder / "Info.plist", backup::kInfoPlistLimit);
         if (!info) return true;  // a backup, but one that cannot be described
         Allocator& allocator = found_.GetAllocator();
         rapidjson::Value record(rapidjson::kObjectType);
@@ -96,7 +95,7 @@ private:
         zeb::api().CFRelease(info);
 
         bool encrypted = false;
-        if (CFPropertyListRef manifest = readPlist(folder / "Manifest.plist")) {
+        if (CFPropertyListRef manifest = readPlist(folder / "Manifest.plist", backup::kManifestPlistLimit)) {
             const void* flag = CfDictionaryValue(manifest, "IsEncrypted");
             encrypted = flag && zeb::api().CFGetTypeID(flag) == kZebCFBooleanTypeID && zeb::api().CFBooleanGetValue(flag);
             zeb::api().CFRelease(manifest);

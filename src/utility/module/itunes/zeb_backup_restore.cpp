@@ -1,17 +1,16 @@
 // Command 1601, and the last step of an erase: a backup folder put back onto
 // the device. The host offers nothing by itself; it hands over exactly the
 // files the device asks for.
+#include "zeb_backup_folder_files.h"
 #include "zeb_backup_templates.h"
 #include "zeb_module_itunes.h"
 #include "zeb_plist_bridge.h"
+#include "zeb_regular_file.h"
 #include "zeb_restore_download.h"
 #include "zeb_restore_messages.h"
 #include "zeb_sync_frames.h"
 
 #include <glog/logging.h>
-
-#include <fstream>
-#include <iterator>
 
 namespace {
 
@@ -24,9 +23,8 @@ const char kTaskErrorUnknown[] = "Task error Unknown.";
 // file is a backup that is not; false when there is no readable list.
 bool readEncrypted(const std::string& folder, bool& encrypted) {
     encrypted = false;
-    std::ifstream file(folder + "Manifest.plist", std::ios::binary);
-    if (!file) return false;
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string bytes;
+    if (!zeb::readRegularFile(folder + "Manifest.plist", backup::kManifestPlistLimit, bytes)) return false;
     if (bytes.empty()) return true;
     PlistVariant manifest;
     if (!DecodeFrame(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), manifest)) return false;
@@ -74,10 +72,8 @@ TaskResult ZEBModuleiTunes::restoreBackup(ZEBDevice& device, const rapidjson::Va
 
     backup::ProgressStep step{progress};
     for (;;) {
-        session.kind = kBackupNone;
         session.has_error = false;
-        if (SyncReceive(session.connection, RestoreMessageHandler, &session) == 0)
-            return {kCodeConversationBroke, kTaskErrorUnknown};
+        if (!backup::receiveMessage(session, RestoreMessageHandler)) return {kCodeConversationBroke, kTaskErrorUnknown};
         step(session);
         if (session.kind == kBackupDisconnect) return {kCodeRestoreEnded, {}};
         if (session.kind == kBackupProcessMessage && session.has_error) {

@@ -62,10 +62,10 @@ TaskResult ZEBModuleiTunes::snapshotBackup(ZEBDevice& device, DhTask* task, cons
         case 2:  // the conversation broke
             return result;
         case kCodeDeviceDisconnected:
-            // A goodbye short of 100 percent; a broken upload leaves the
-            // file not come.
-            return {session.kind == kBackupDisconnect ? kCodeDeviceDisconnected : kCodeFileNotCame, {}};
-        case 0: return {kCodeFileNotCame, {}};  // a goodbye at 100 percent, or a send that failed
+            // A goodbye short of 100 percent, or the device gone; a broken
+            // upload leaves the file not come.
+            return {session.kind == kBackupUploadFiles ? kCodeFileNotCame : kCodeDeviceDisconnected, {}};
+        case 0: return {kCodeFileNotCame, {}};  // a goodbye at 100 percent
         default: return session.has_error ? result : TaskResult{kCodeFileNotCame, {}};
     }
 }

@@ -93,7 +93,10 @@ int32_t receiveFiles(BackupSession& session, Keep keep, OnWritten onWritten) {
     auto stream = std::make_unique<UploadStream>(session);  // its 32 KiB buffer stays off the stack
     std::string name, path;
     for (;;) {
-        if (!stream->readText(name) || !stream->readText(path)) return 0;
+        // An empty name ends the upload; so does a link that ended here, which
+        // the answer to the upload then finds out.
+        if (!stream->readText(name) || !stream->readText(path))
+            return stream->deviceGone() ? kCodeDeviceDisconnected : 0;
         uint32_t blockLength = 0;
         if (!stream->readLength(blockLength)) return stream->deviceGone() ? kCodeDeviceDisconnected : 0;
         if (blockLength == 0) return 0;

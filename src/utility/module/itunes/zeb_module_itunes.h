@@ -4,7 +4,8 @@
 //         an event {"BackupDir": folder}, progress events (stage 1, code in
 //         hundredths of a percent), then the final event {"error": text}
 //         whose code is 0, the device's error code, 2 (the conversation
-//         broke), 12 (the service would not open) or 45 (the device went).
+//         broke, or the folder cannot be made), 12 (the service would not
+//         open) or 45 (the device went).
 //   1601  restore the backup folder "path" (made from "sourceDeviceId";
 //         "password" is passed on for an encrypted backup) onto the device:
 //         progress events (stage 1, hundredths of a percent), then the final

@@ -3,6 +3,7 @@
 #include "zeb_afc.h"
 #include "zeb_backup_conversation.h"
 #include "zeb_backup_templates.h"
+#include "zeb_regular_file.h"
 
 #include <fcntl.h>
 #include <glog/logging.h>
@@ -105,11 +106,12 @@ int sendDownloadFile(AMDServiceConnectionRef connection, const std::string& base
     if (!staysInside(record.local_path)) return sendErrorBlock(connection, EACCES);
 
     const std::string path = base + record.local_path;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Only a regular file goes out: a FIFO would hold the open for good and a
+    // device would stream without end.
+    const int fd = zeb::openRegularFile(path);
     struct stat info {};
     int failure = 0;
     if (fd < 0 || ::fstat(fd, &info) != 0) failure = errno;
-    else if (!S_ISREG(info.st_mode)) failure = EISDIR;
     if (failure != 0) {
         if (failure != ENOENT) LOG(WARNING) << "stat failed on '" << path << "': " << failure;
         if (fd >= 0) ::close(fd);
