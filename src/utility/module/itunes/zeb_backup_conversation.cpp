@@ -54,8 +54,8 @@ TaskResult linkEnded(const BackupSession& session) {
 
 bool receiveMessage(BackupSession& session, SyncMessageHandler handler) {
     session.kind = kBackupNone;
-    bool lost = false;
-    return SyncReceive(session.connection, handler, &session, &lost) != 0 && !lost;
+    SyncReceiveEnd end = SyncReceiveEnd::Handled;
+    return SyncReceive(session.connection, handler, &session, &end) != 0 && end == SyncReceiveEnd::Handled;
 }
 
 std::string resultInfo(const TaskResult& result) {
