@@ -5,6 +5,7 @@ zeb_fuzz_target(fuzz_backup_upload
   SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/backup_upload_fuzz.cpp
           ${src}/utility/module/itunes/zeb_backup_upload.cpp
           ${src}/utility/module/itunes/zeb_backup_session.cpp
+          ${src}/support/zeb_local_file.cpp
           ${src}/plist/zeb_plist_decode.cpp
           ${src}/plist/zeb_plist_variant.cpp
           ${src}/iOSAPI/zeb_mobile_export_fun.cpp

@@ -104,13 +104,14 @@ TEST(HostileInput, ATailInflatingPastTheBoundIsRefusedBeforeItsMemoryIsTaken) {
     ASSERT_GT(before, 0);
 
     // Whole, these would be a valid bookmark change and a valid removal.
-    const std::string huge = inflatingTail("<plist>", 512u << 20, "</plist>");
+    const std::string huge = inflatingTail("<plist>", 1024u << 20, "</plist>");
     EXPECT_EQ(finalCode(runWithRawTail(worker, 1401, e2e::commandJson(rig.udid), huge)), 8);
     const std::string hugeJson = inflatingTail("{\"id\":\"1\"", 512u << 20, "}");
     EXPECT_EQ(finalCode(runWithRawTail(worker, 1402, e2e::commandJson(rig.udid), hugeJson)), 8);
 
-    // Two bounded buffers at most, far from the half gigabyte each inflates to.
-    EXPECT_LT(peakResidentKiB(worker.link.workerPid()) - before, 200 * 1024);
+    // Bounded buffers (and, under AddressSanitizer, its quarantine of freed
+    // ones), far from the gigabyte the first inflates to.
+    EXPECT_LT(peakResidentKiB(worker.link.workerPid()) - before, 600 * 1024);
 }
 
 TEST(HostileInput, DeviceIdsThatAreNoTextOrTooLongComeBackAsReportsThatParse) {

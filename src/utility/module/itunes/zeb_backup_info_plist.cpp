@@ -4,6 +4,7 @@
 #include "zeb_command_table.h"
 #include "zeb_device_overview.h"
 #include "zeb_json_parse.h"
+#include "zeb_local_file.h"
 #include "zeb_module_app.h"
 #include "zeb_plist_bridge.h"
 
@@ -171,7 +172,7 @@ void writeInfoPlist(ZEBDevice& device, const IPCPacket1* command, const std::fil
 
     SyncMessage* encoded = EncodeValue(info.get(), kZebCFPropertyListBinaryFormat);
     if (!encoded) return;
-    if (FILE* file = fopen((folder / "Info.plist").c_str(), "wb")) {
+    if (FILE* file = zeb::overwriteLocalFile(folder / "Info.plist")) {
         fwrite(encoded->bytes, 1, encoded->length, file);
         fclose(file);
     }

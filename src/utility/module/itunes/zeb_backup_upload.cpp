@@ -1,5 +1,7 @@
 #include "zeb_backup_upload.h"
 
+#include "zeb_local_file.h"
+
 #include <glog/logging.h>
 
 #include <cstdio>
@@ -72,9 +74,9 @@ private:
 
 FilePtr openTarget(const fs::path& target) {
     if (target.empty()) return nullptr;
-    std::error_code ignored;
-    fs::create_directories(target.parent_path(), ignored);
-    FilePtr file(fopen(target.c_str(), "wb"));
+    // A link planted in the backup folder is neither followed nor written through.
+    if (!zeb::makeLocalFolder(target.parent_path())) return nullptr;
+    FilePtr file(zeb::overwriteLocalFile(target));
     if (file) setvbuf(file.get(), nullptr, _IOFBF, 1 << 20);
     return file;
 }
