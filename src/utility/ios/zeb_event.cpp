@@ -40,21 +40,24 @@ size_t utf8SequenceAt(const std::string_view text, size_t i) {
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";  // U+FFFD
 
+// Appends the UTF-8 sequence at text[i], or U+FFFD for its first byte when
+// there is none; the index after what was taken.
+size_t appendUtf8At(std::string& out, const std::string_view text, size_t i) {
+    const size_t length = utf8SequenceAt(text, i);
+    if (length == 0) {
+        out += kReplacementCharacter;
+        return i + 1;
+    }
+    out.append(text.data() + i, length);
+    return i + length;
+}
+
 }  // namespace
 
 std::string validUtf8(const std::string_view text) {
     std::string out;
     out.reserve(text.size());
-    for (size_t i = 0; i < text.size();) {
-        const size_t length = utf8SequenceAt(text, i);
-        if (length == 0) {
-            out += kReplacementCharacter;
-            ++i;
-        } else {
-            out.append(text.data() + i, length);
-            i += length;
-        }
-    }
+    for (size_t i = 0; i < text.size();) i = appendUtf8At(out, text, i);
     return out;
 }
 
@@ -75,14 +78,7 @@ std::string escapeJsonText(const std::string& text) {
         if (c >= 0x80) {
             // Bytes that are no UTF-8 would make the whole event unreadable
             // to a JSON reader; each goes out as U+FFFD.
-            const size_t length = utf8SequenceAt(text, i);
-            if (length == 0) {
-                out += kReplacementCharacter;
-                ++i;
-            } else {
-                out.append(text, i, length);
-                i += length;
-            }
+            i = appendUtf8At(out, text, i);
             continue;
         }
         ++i;

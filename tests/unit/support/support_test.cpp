@@ -3,7 +3,6 @@
 #include "zeb_format.h"
 #include "zeb_local_file.h"
 #include "zeb_paths.h"
-#include "zeb_regular_file.h"
 #include "zeb_sqlite_regexp.h"
 
 #include <gtest/gtest.h>
@@ -102,7 +101,7 @@ TEST_F(Files, UniqueLocalNameNumbersInFrontOfTheExtension) {
     EXPECT_EQ(zeb::uniqueLocalName(root / "dangling.JPG"), root / "dangling(1).JPG");
 }
 
-TEST_F(Files, LocalFilesAreNeverWrittenThroughALink) {
+TEST_F(Files, LocalFilesAreNeverWrittenThroughALinkAndReadOnlyWhenRegularAndWithinTheirBound) {
     const fs::path outside = root / "outside";
     fs::create_directory(outside);
     write(outside / "kept", "kept");
@@ -110,10 +109,17 @@ TEST_F(Files, LocalFilesAreNeverWrittenThroughALink) {
     fs::create_symlink(outside / "kept", root / "to-file");
     fs::create_symlink(outside, root / "to-folder");
     ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
+    std::string bytes;
     for (const char* name : {"dangling", "to-file", "fifo"}) {
         EXPECT_EQ(zeb::createLocalFile(root / name), nullptr) << name;
         EXPECT_EQ(zeb::overwriteLocalFile(root / name), nullptr) << name;
     }
+    EXPECT_FALSE(zeb::readRegularFile(root / "fifo", 100, bytes));
+    EXPECT_FALSE(zeb::readRegularFile(root / "to-folder", 100, bytes));
+    EXPECT_TRUE(zeb::readRegularFile(root / "to-file", 4, bytes)) << "a link is followed for reading";
+    EXPECT_EQ(bytes, "kept");
+    EXPECT_FALSE(zeb::readRegularFile(root / "to-file", 3, bytes));
+    EXPECT_TRUE(bytes.empty());
     EXPECT_FALSE(zeb::makeLocalFolder(root / "to-folder"));
     EXPECT_FALSE(zeb::makeLocalFolder(root / "to-folder/"));
     EXPECT_FALSE(fs::exists(outside / "planted"));
@@ -138,16 +144,6 @@ TEST_F(Files, FolderSizeAddsEveryFileBelow) {
     write(root / "a", std::string(100, 'a'));
     write(root / "sub" / "deeper" / "b", std::string(23, 'b'));
     EXPECT_EQ(zeb::folderSize(root, 7), 130u);
-}
-
-TEST_F(Files, ARegularFileIsReadWholeUpToItsBoundAndNotBeyond) {
-    write(root / "ten", "0123456789");
-    std::string bytes;
-    EXPECT_TRUE(zeb::readRegularFile(root / "ten", 10, bytes));
-    EXPECT_EQ(bytes, "0123456789");
-    EXPECT_FALSE(zeb::readRegularFile(root / "ten", 9, bytes));
-    EXPECT_TRUE(bytes.empty());
-    EXPECT_FALSE(zeb::readRegularFile(root, 100, bytes));  // a folder
 }
 
 TEST(MatchAll, FindsEveryJoinTableName) {

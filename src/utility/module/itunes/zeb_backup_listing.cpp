@@ -7,7 +7,7 @@
 #include "zeb_paged_reply.h"
 #include "zeb_paths.h"
 #include "zeb_plist_bridge.h"
-#include "zeb_regular_file.h"
+#include "zeb_local_file.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>

@@ -5,7 +5,7 @@
 #include "zeb_backup_templates.h"
 #include "zeb_module_itunes.h"
 #include "zeb_plist_bridge.h"
-#include "zeb_regular_file.h"
+#include "zeb_local_file.h"
 #include "zeb_restore_download.h"
 #include "zeb_restore_messages.h"
 #include "zeb_sync_frames.h"

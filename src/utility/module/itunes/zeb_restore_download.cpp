@@ -3,7 +3,7 @@
 #include "zeb_afc.h"
 #include "zeb_backup_conversation.h"
 #include "zeb_backup_templates.h"
-#include "zeb_regular_file.h"
+#include "zeb_local_file.h"
 
 #include <fcntl.h>
 #include <glog/logging.h>
